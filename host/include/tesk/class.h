@@ -1,0 +1,222 @@
+// Classes, types, properties and member lookup.
+#pragma once
+
+#include "tesk/callable.h"
+#include "tesk/ordered_map.h"
+
+#include <functional>
+#include <vector>
+
+namespace tesk {
+
+class Module;
+
+// A property: a getter, an optional setter and a doc. A getter that is
+// independent is called without the object; otherwise with it.
+class TESK_API Property : public Any {
+    TESK_HANDLE(Property, Any)
+public:
+    Property(I_Callable_Generic const& getter, Any const& setter = Any(), String const& doc = String());
+    static bool test(Any const& v) noexcept { return v.kind() == Kind::Property; }
+    I_Callable_Generic getter() const;
+    Any setter() const; // a callable, or none when read-only
+    String doc() const;
+    // Reads the value for `object` (or without it for an independent getter).
+    Any get(Any const& object) const;
+    // Writes through the setter; an Error when read-only.
+    Any set(Any const& object, Any const& value) const;
+};
+
+namespace internal {
+
+// A field: name, type, doc; instances keep one value per field.
+struct field_info {
+    String name;
+    Any type; // a Type
+    String doc;
+};
+
+// The object's own members, created on first insertion.
+struct own_members {
+    ordered_map<Property> properties;
+    ordered_map<Any> methods; // callables
+};
+
+using method_lookup_hook = std::function<Any(Any const& self, String const& name)>;       // callable or none
+using property_read_hook = std::function<Any(Any const& self, String const& name)>;       // value or Error
+using property_write_hook = std::function<Any(Any const& self, String const& name, Any const& value)>;
+using instance_factory = object_value* (*)(object_value_class const* cls);
+
+// A class record. Classes live for the whole process: nothing frees them, so
+// raw pointers to them stay valid. Member tables are edited while a class is
+// being defined (the `_unsafe` functions) and read afterwards; edits after
+// publication take the record's lock.
+class TESK_API object_value_class : public object_value {
+public:
+    explicit object_value_class(String name, std::uint64_t traits = 0);
+    ~object_value_class() override;
+
+    String name;
+    String qualname; // "module.Name" when declared in a module, else the name
+    String doc;
+    std::uint64_t traits = 0;
+    std::vector<object_value_class const*> parents; // declared order
+    Any declaring_context;  // a Module, a class, or none
+    Any generic_definition; // the generic class this one instantiates, or none
+    std::vector<field_info> fields; // own fields; instances hold inherited ones first
+    ordered_map<Any> methods;       // callables
+    ordered_map<Property> properties;
+    Any call_operator;              // callable: what calling the class does
+    std::function<Any(Any const&)> coercion; // value → instance of this class, or Error
+    method_lookup_hook method_hook;
+    property_read_hook property_read;
+    property_write_hook property_write;
+    Any finalizer;                  // callable taking the instance
+    Any setup_callback;             // callable taking the class
+    object_value_class const* method_owner = nullptr; // another record that owns the methods
+    instance_factory factory = nullptr; // inherited from the nearest parent that has one
+    std::vector<std::pair<String, String>> examples; // (code, language)
+    std::int64_t option = 0;
+
+    bool is_ancestor(object_value_class const* other) const noexcept; // other == this or an ancestor
+    bool is_interface() const noexcept { return (traits & traits::interface) != 0; }
+    // All fields, inherited ones first; `find_field` gives an index into it or -1.
+    std::vector<field_info> all_fields() const;
+    int find_field(String const& name) const;
+    Any find_property_getter(String const& name) const; // callable or none
+    Any find_property_setter(String const& name) const; // callable or none
+    // Method/property resolution through this class and its parents (depth first).
+    Any resolve_method(String const& name) const;
+    Union<Property, None> resolve_property(String const& name) const;
+    Any declaring_context_value() const { return declaring_context; }
+};
+
+// A class instance: one value per field (inherited fields first).
+class TESK_API object_value_instance : public object_value {
+public:
+    explicit object_value_instance(object_value_class const* cls);
+    // Allocates an instance of `cls` through the class's instance factory.
+    static Any create(object_value_class const* cls);
+    std::vector<Any> fields; // guarded by lock()
+};
+
+// The built-in classes, reachable without a lookup.
+enum class builtin : std::uint8_t {
+    any,            // "Any": root of every class, holds the universal methods
+    none,           // "None"
+    undefined,      // "Undefined"
+    boolean, integer, float_, string, byte_array, decimal, date, time, date_time,
+    list, hash_map, hash_set, tuple,
+    list_iterator,  // iterators over the built-in containers
+    callable,       // native callables
+    property, signature, parameter, computed, class_, // "Class": the class of classes
+    error, evaluation_error, stop_iteration, bad_argument,
+    module,         // "Module"
+    evaluation_scope,
+    // interfaces
+    i_immutable, i_has_name, i_has_doc, i_has_code, i_cloneable, i_runtime_only,
+    i_callable, i_iterable, i_iterator, i_sequence, i_mutable_sequence,
+    i_map, i_mutable_map, i_set, i_mutable_set, i_language, python_language,
+    count_
+};
+TESK_API object_value_class const* builtin_class(builtin id) noexcept;
+
+// The callable that overrides the universal method `name` in the class chain
+// of `v` (a class method of that name declared below "Any"), or none.
+TESK_API Any class_override(Any const& v, String const& name);
+
+} // namespace internal
+
+// Handle to a class.
+class TESK_API Class_Generic : public Any {
+    TESK_HANDLE(Class_Generic, Any)
+public:
+    static bool test(Any const& v) noexcept { return v.kind() == Kind::Class; }
+    static Class_Generic of(internal::object_value_class const* record) {
+        return unsafe(Any::borrow(record));
+    }
+    internal::object_value_class const* record() const noexcept {
+        return static_cast<internal::object_value_class const*>(get());
+    }
+
+    String name() const;
+    String qualname() const;
+    String doc() const;
+    std::uint64_t traits() const;
+    Any declaringContext() const;
+    std::vector<Class_Generic> parents() const;
+    bool is_ancestor(Class_Generic const& other) const; // other is this class or an ancestor
+
+    // Members this class declares or inherits.
+    Union<Property, None> definedProperty(String const& name) const;
+    Union<I_Callable_Generic, None> definedMethod(String const& name) const;
+    bool definedField(String const& name) const;
+    std::vector<std::pair<String, Property>> definedProperties() const;
+    std::vector<std::pair<String, I_Callable_Generic>> definedMethods() const;
+    std::vector<String> fieldNames() const;
+
+    // A new instance with empty fields (no constructor runs).
+    Any allocateInstance() const;
+    // Converts a value to an instance of this class: the value itself when it
+    // already is one, else the class coercion, else an Error.
+    Any coerce(Any const& value) const;
+    // Calls the class (its call operator): usually constructs an instance.
+    Any operator()(std::span<Any const> args) const;
+    Any operator()(std::initializer_list<Any> args) const { return (*this)({args.begin(), args.size()}); }
+};
+
+// A type: a class, the untyped type (anything) or the none type.
+class TESK_API Type : public Any {
+    TESK_HANDLE(Type, Any)
+public:
+    Type(Class_Generic const& cls) : Any(cls) {}
+    static bool test(Any const& v) noexcept { return v.kind() == Kind::Class; }
+    static Type untyped(); // the class "Any"
+    static Type none();    // the class "None"
+    bool isUntyped() const;
+    // Whether values of this type are acceptable where `other` is expected.
+    bool conformsTo(Type const& other) const;
+    Union<Class_Generic, None> toClass() const;
+    String name() const;
+};
+
+// Strips wrappers such as Union or Computed from a type (ours are plain classes).
+TESK_API Type unwrapped_type(Type const& type);
+// A registered class or type by name (qualified name or plain name).
+TESK_API Union<Type, None> find_type(String const& name);
+// Registers a type under its name for find_type (defclass_impl does this).
+TESK_API void register_type(Class_Generic const& cls);
+
+// The class of a value after resolving deferred and weak values; raw_class_of
+// gives the class of the object itself. None gives the class "None".
+TESK_API Class_Generic class_of(Any const& v);
+TESK_API Class_Generic raw_class_of(Any const& v);
+
+// Member lookup. Order: the object's own members, the class hook, the class
+// and its parents (depth first, declared order), then the universal members of
+// the class "Any". A class overriding "__method__"/"__property__" takes over.
+TESK_API Union<I_Callable_Generic, None> method_of(Any const& v, String const& name);
+TESK_API Union<Property, None> property_of(Any const& v, String const& name);
+// The same without the overrides and hooks: own members, then the class chain.
+TESK_API Union<I_Callable_Generic, None> raw_method_of(Any const& v, String const& name);
+TESK_API Union<Property, None> raw_property_of(Any const& v, String const& name);
+// The object's own members (a class may override "__ownMethods__"/"__ownProperties__").
+TESK_API std::vector<std::pair<String, I_Callable_Generic>> own_methods_of(Any const& v);
+TESK_API std::vector<std::pair<String, Property>> own_properties_of(Any const& v);
+// Adds or replaces a constant property of the object ("__insertProperty__" overrides).
+TESK_API Any insert_property_value(Any const& object, String const& name, Any const& value);
+TESK_API Any insert_property(Any const& object, String const& name, Property const& property);
+TESK_API Any insert_method(Any const& object, String const& name, I_Callable_Generic const& method);
+
+// Editing class records while they are defined.
+TESK_API void add_class_method_unsafe(Class_Generic const& cls, String const& name, I_Callable_Generic const& method);
+TESK_API void add_class_property_unsafe(Class_Generic const& cls, String const& name, Property const& property);
+TESK_API void add_parent_unsafe(Class_Generic const& cls, Class_Generic const& parent);
+TESK_API void set_doc_unsafe(Class_Generic const& cls, String const& doc);
+
+// The built-in classes.
+namespace classes {
+TESK_API Class_Generic any();  // "Any": root of every class; holds the universal methods
+} // namespace classes
+
+} // namespace tesk

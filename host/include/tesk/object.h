@@ -1,0 +1,126 @@
+// The heap base of every host value, the value kinds and the spinlock.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#if defined(_WIN32)
+#define TESK_API __declspec(dllexport)
+#else
+#define TESK_API __attribute__((visibility("default")))
+#endif
+
+namespace tesk {
+
+// A lock for short critical sections. Always taken after the Python
+// interpreter lock, never held while waiting for it.
+class spinlock {
+public:
+    void lock() noexcept {
+        while (flag_.test_and_set(std::memory_order_acquire)) {
+            while (flag_.test(std::memory_order_relaxed)) {
+            }
+        }
+    }
+    bool try_lock() noexcept { return !flag_.test_and_set(std::memory_order_acquire); }
+    void unlock() noexcept { flag_.clear(std::memory_order_release); }
+
+private:
+    std::atomic_flag flag_;
+};
+
+// Kind codes. 3, 7, 16 and 17 are fixed by the hosts that load extensions;
+// the others are ours.
+enum class Kind : std::uint8_t {
+    Class = 3,
+    Instance = 7,
+    None = 16,
+    Undefined = 17,
+    Boolean = 20,
+    Integer,
+    Float,
+    String,
+    ByteArray,
+    Decimal,
+    Date,
+    Time,
+    DateTime,
+    List,
+    HashMap,
+    HashSet,
+    Tuple,
+    Callable,
+    Property,
+    Signature,
+    Parameter,
+    Computed,
+    Weak,
+    External,
+};
+
+// Class trait bits.
+namespace traits {
+inline constexpr std::uint64_t interface = 0x1;        // the class is an interface
+inline constexpr std::uint64_t immutable = 0x2;        // instances never change (hashable)
+inline constexpr std::uint64_t error = 0x4;            // Error or a class derived from it
+inline constexpr std::uint64_t dynamic_members = 0x80; // members come from lookup hooks
+inline constexpr std::uint64_t callable = 0x100;       // instances are callable
+inline constexpr std::uint64_t map = 0x20000;          // instances are maps
+inline constexpr std::uint64_t sequence = 0x1000000;   // instances are sequences
+inline constexpr std::uint64_t map_like = 0x2000000;   // instances behave like maps
+} // namespace traits
+
+namespace internal {
+
+class object_value_class;
+struct own_members;
+
+// Every host value lives in one of these. The count starts at 1: the creator
+// hands that reference to an Any with Any::adopt.
+class TESK_API object_value {
+public:
+    object_value(Kind kind, object_value_class const* cls) noexcept : kind_(kind), class_(cls) {}
+    object_value(object_value const&) = delete;
+    object_value& operator=(object_value const&) = delete;
+    virtual ~object_value();
+
+    Kind kind() const noexcept { return kind_; }
+    // The class record; built-in value classes and instance classes outlive their values.
+    object_value_class const* class_value() const noexcept { return class_; }
+
+    void retain() const noexcept { refcount_.fetch_add(1, std::memory_order_relaxed); }
+    // Drops one reference; destroys the object (after its class finaliser) at zero.
+    void release() const noexcept {
+        if (refcount_.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy();
+    }
+    std::uint32_t use_count() const noexcept { return refcount_.load(std::memory_order_relaxed); }
+
+    // Guards the object's mutable state (own members, fields, container items).
+    spinlock& lock() const noexcept { return lock_; }
+
+    // The object's own properties and methods; created on first insertion.
+    own_members* own() const noexcept { return own_.load(std::memory_order_acquire); }
+    own_members& own_or_create() const;
+
+protected:
+    void set_class(object_value_class const* cls) noexcept { class_ = cls; }
+
+private:
+    void destroy() const noexcept;
+
+    mutable std::atomic<std::uint32_t> refcount_{1};
+    Kind kind_;
+    mutable bool finalized_ = false;
+    mutable spinlock lock_;
+    object_value_class const* class_;
+    mutable std::atomic<own_members*> own_{nullptr};
+
+    friend class object_value_class;
+};
+
+// The number of host objects alive in the process (for leak checks).
+TESK_API std::int64_t live_object_count() noexcept;
+
+} // namespace internal
+} // namespace tesk
