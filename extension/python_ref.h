@@ -1,0 +1,68 @@
+// RAII for the Python interpreter lock and for Python references.
+#pragma once
+
+#include <Python.h>
+
+#include <utility>
+
+namespace tesk::cpython {
+
+// Holds the interpreter lock for the lifetime of the guard. Nests: a thread
+// that holds the lock already may take it again.
+class gil_guard {
+public:
+    gil_guard() noexcept : state_(PyGILState_Ensure()) {}
+    ~gil_guard() { PyGILState_Release(state_); }
+    gil_guard(gil_guard const&) = delete;
+    gil_guard& operator=(gil_guard const&) = delete;
+
+private:
+    PyGILState_STATE state_;
+};
+
+// A reference that this code does not own.
+using PyObjectPtr_Borrowed = PyObject*;
+
+// Owns one strong reference. Dropping it takes the interpreter lock itself, so
+// host threads may drop references anywhere; taking one (borrow, copy) needs
+// the lock held by the caller. Process-wide caches keep raw references that
+// are never released instead, so that nothing touches Python at exit.
+class PyObjectPtr {
+public:
+    PyObjectPtr() noexcept = default;
+    PyObjectPtr(PyObjectPtr const& other) noexcept : p_(other.p_) { Py_XINCREF(p_); }
+    PyObjectPtr(PyObjectPtr&& other) noexcept : p_(std::exchange(other.p_, nullptr)) {}
+    PyObjectPtr& operator=(PyObjectPtr other) noexcept {
+        std::swap(p_, other.p_);
+        return *this;
+    }
+    ~PyObjectPtr() { reset(); }
+
+    // Takes over a new reference (null allowed).
+    static PyObjectPtr steal(PyObject* p) noexcept {
+        PyObjectPtr r;
+        r.p_ = p;
+        return r;
+    }
+    // Adds a reference to a borrowed object (null allowed).
+    static PyObjectPtr borrow(PyObject* p) noexcept {
+        Py_XINCREF(p);
+        return steal(p);
+    }
+
+    void reset() noexcept {
+        if (PyObject* p = std::exchange(p_, nullptr)) {
+            gil_guard gil;
+            Py_DecRef(p);
+        }
+    }
+    // Hands the reference back out to the caller.
+    [[nodiscard]] PyObject* release() noexcept { return std::exchange(p_, nullptr); }
+    PyObject* get() const noexcept { return p_; }
+    explicit operator bool() const noexcept { return p_ != nullptr; }
+
+private:
+    PyObject* p_ = nullptr;
+};
+
+} // namespace tesk::cpython

@@ -1,0 +1,14 @@
+// Python objects to host values.
+#pragma once
+
+#include "extension/python_ref.h"
+
+#include <tesk/tesk.h>
+
+namespace tesk::cpython {
+
+// `object` is borrowed and may be null (giving none). A failed conversion
+// gives an Any holding an Error. Takes the interpreter lock itself.
+Any from_python(PyObject* object);
+
+} // namespace tesk::cpython

@@ -1,0 +1,26 @@
+// Errors across the boundary: Python exceptions to host errors and back.
+#pragma once
+
+#include "extension/python_ref.h"
+
+#include <tesk/tesk.h>
+
+namespace tesk::cpython {
+
+// Takes the pending Python exception (clearing it) and gives its host error;
+// none when nothing is pending or it does not convert to an Error.
+Union<Error, None> fetch_python_error();
+// After a failed evaluation: the pending exception as an Error, or an
+// EvaluationError with corrected positions; Error::unknown() when nothing is pending.
+Error evaluation_error_from_python(int lineCorrection, int columnCorrection);
+// An exception instance as a host error value.
+Any error_from_exception(PyObject* exception);
+// The host error class that stands for a Python exception type.
+Class_Generic host_error_class_for(PyObject* exceptionType);
+// Raises `error` in Python; an exception raised this way converts back to
+// the very same Error object.
+void raise_host_error(Error const& error);
+// The Python exception type for a host error class (borrowed; types live for the process).
+PyObject* python_exception_type_for(Class_Generic const& errorClass);
+
+} // namespace tesk::cpython

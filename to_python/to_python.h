@@ -1,0 +1,18 @@
+// Host values to Python objects.
+#pragma once
+
+#include "extension/python_ref.h"
+
+#include <tesk/tesk.h>
+
+namespace tesk::cpython {
+
+// A new reference, or null: either a Python exception was raised (a host
+// Error becomes one) or the value has no Python form (no exception then).
+// Takes the interpreter lock itself.
+PyObject* to_python(Any const& value);
+
+// The same, owned.
+inline PyObjectPtr to_python_ref(Any const& value) { return PyObjectPtr::steal(to_python(value)); }
+
+} // namespace tesk::cpython
