@@ -1,0 +1,195 @@
+#include "app/command_line.h"
+
+#include "app/value_text.h"
+
+#include <array>
+
+namespace brimora {
+namespace {
+
+constexpr std::string_view usage = R"(usage: brimora expr EXPRESSION [options]
+       brimora eval BLOCK [options]
+       brimora eval -f FILE [options]
+Try 'brimora --help' for more information.
+)";
+
+constexpr std::string_view help = R"(brimora: runs Python code inside the Tesk host.
+
+usage: brimora expr EXPRESSION [options]
+       brimora eval BLOCK [options]
+       brimora eval -f FILE [options]
+       brimora --help
+
+Commands:
+  expr EXPRESSION    evaluate one Python expression and print its value
+  eval BLOCK         run a block of Python statements as the body of a
+                     function; `return` gives the value printed (None
+                     without one)
+
+Options:
+  -f, --file FILE      read the code from FILE instead of the command line
+                       ("-" reads standard input)
+  --local NAME=VALUE   a local variable of the code (repeatable)
+  --global NAME=VALUE  a global variable of the code (repeatable); without
+                       any, the code sees the host's global names
+  --out NAME=VALUE     a variable that the block may assign (repeatable);
+                       its final value is printed after the result as
+                       `NAME = value`, in the order given
+  --sandbox            refuse file writes, processes, network access and
+                       native libraries while the code runs
+  --extension PATH     the Python extension library to load (default:
+                       libbrimora_python.so beside this program)
+  -h, --help           print this help
+  --                   what follows is code, even when it starts with '-'
+
+Values: an integer gives an int, a decimal number a float, true/false a
+bool, none None, and anything else the text as a str.
+
+Output: the value in Python notation on standard output. A failure prints
+`error: MESSAGE` (and the line and column of the code, when known) on
+standard error.
+
+Exit status: 0 on success, 1 when the evaluation or the start-up fails,
+2 when the command line is wrong.
+
+Examples:
+  brimora expr "[x * x for x in range(5)]"
+  brimora eval "return a + 1" --local a=41
+  brimora eval "a = a + 41" --out a=1
+)";
+
+// Reads NAME=VALUE.
+std::variant<NamedValue, UsageError> parse_named_value(std::string_view option, std::string_view text) {
+    auto equals = text.find('=');
+    if (equals == std::string_view::npos)
+        return UsageError{std::string(option) + " expects NAME=VALUE, got '" + std::string(text) + "'"};
+    std::string_view name = text.substr(0, equals);
+    if (!is_variable_name(name))
+        return UsageError{std::string(option) + ": '" + std::string(name) + "' is not a valid variable name"};
+    tesk::Any value = parse_value(text.substr(equals + 1));
+    if (value.isError()) return UsageError{std::string(option) + ": " + value.error().message().toUtf8()};
+    return NamedValue{tesk::String(name), value};
+}
+
+// Reads the options and the code of one command.
+class Parser {
+public:
+    explicit Parser(CodeKind kind) { invocation_.kind = kind; }
+
+    CommandLine parse(std::span<char const* const> arguments) {
+        bool optionsEnded = false;
+        for (std::size_t i = 0; i < arguments.size(); ++i) {
+            std::string_view argument = arguments[i];
+            if (optionsEnded || argument == "-" || !argument.starts_with('-')) {
+                if (auto error = take_code(argument)) return *error;
+                continue;
+            }
+            if (argument == "--") {
+                optionsEnded = true;
+                continue;
+            }
+            if (argument == "-h" || argument == "--help") return HelpRequest{};
+            if (argument == "--sandbox") {
+                invocation_.sandbox = true;
+                continue;
+            }
+            // Options with a value: "--local a=1", or "--local=a=1" for the long ones.
+            std::string_view name = argument;
+            std::optional<std::string_view> value;
+            if (auto equals = argument.find('='); argument.starts_with("--") && equals != std::string_view::npos) {
+                name = argument.substr(0, equals);
+                value = argument.substr(equals + 1);
+            }
+            Option const* option = find_option(name);
+            if (option == nullptr)
+                return UsageError{"unknown option '" + std::string(name) + "' (put -- before code that starts with '-')"};
+            if (!value) {
+                if (i + 1 == arguments.size())
+                    return UsageError{"option " + std::string(name) + " needs a value (" + std::string(option->valueName) + ")"};
+                value = arguments[++i];
+            }
+            if (auto error = apply(*option, name, *value)) return *error;
+        }
+        if (invocation_.code && invocation_.codeFile)
+            return UsageError{"give the code either as an argument or with -f, not both"};
+        if (!invocation_.code && !invocation_.codeFile)
+            return UsageError{invocation_.kind == CodeKind::expression ? "missing the expression to evaluate"
+                                                                      : "missing the block to run"};
+        return invocation_;
+    }
+
+private:
+    using Outcome = std::optional<UsageError>;
+
+    // The options that take a value.
+    enum class Target { locals, globals, outLocals, codeFile, extension };
+    struct Option {
+        std::string_view longName;
+        std::string_view shortName;
+        std::string_view valueName;
+        Target target;
+    };
+    static constexpr std::array<Option, 5> options{{
+        {"--local", "", "NAME=VALUE", Target::locals},
+        {"--global", "", "NAME=VALUE", Target::globals},
+        {"--out", "", "NAME=VALUE", Target::outLocals},
+        {"--file", "-f", "FILE", Target::codeFile},
+        {"--extension", "", "PATH", Target::extension},
+    }};
+
+    Outcome apply(Option const& option, std::string_view name, std::string_view value) {
+        switch (option.target) {
+        case Target::locals: return append_to(invocation_.locals, name, value);
+        case Target::globals: return append_to(invocation_.globals, name, value);
+        case Target::outLocals: return append_to(invocation_.outLocals, name, value);
+        case Target::codeFile: return set_once(invocation_.codeFile, name, value);
+        case Target::extension: return set_once(invocation_.extension, name, value);
+        }
+        return {};
+    }
+
+    static Outcome append_to(std::vector<NamedValue>& list, std::string_view name, std::string_view value) {
+        auto parsed = parse_named_value(name, value);
+        if (auto* error = std::get_if<UsageError>(&parsed)) return *error;
+        list.push_back(std::get<NamedValue>(std::move(parsed)));
+        return {};
+    }
+
+    static Outcome set_once(std::optional<std::string>& slot, std::string_view name, std::string_view value) {
+        if (slot) return UsageError{"option " + std::string(name) + " given twice"};
+        slot = std::string(value);
+        return {};
+    }
+
+    static Option const* find_option(std::string_view name) {
+        for (Option const& option : options)
+            if (name == option.longName || (!option.shortName.empty() && name == option.shortName)) return &option;
+        return nullptr;
+    }
+
+    Outcome take_code(std::string_view argument) {
+        if (invocation_.code) return UsageError{"unexpected argument '" + std::string(argument) + "'"};
+        invocation_.code = std::string(argument);
+        return {};
+    }
+
+    Invocation invocation_;
+};
+
+} // namespace
+
+CommandLine parse_command_line(std::span<char const* const> arguments) {
+    if (arguments.empty()) return UsageError{"no command given"};
+    std::string_view command = arguments.front();
+    if (command == "-h" || command == "--help") return HelpRequest{};
+    auto rest = arguments.subspan(1);
+    if (command == "expr") return Parser(CodeKind::expression).parse(rest);
+    if (command == "eval") return Parser(CodeKind::block).parse(rest);
+    if (command.starts_with('-')) return UsageError{"unknown option '" + std::string(command) + "'"};
+    return UsageError{"unknown command '" + std::string(command) + "' (expected expr or eval)"};
+}
+
+std::string_view usage_text() { return usage; }
+std::string_view help_text() { return help; }
+
+} // namespace brimora

@@ -1,0 +1,52 @@
+// The command line of the host program.
+#pragma once
+
+#include <tesk/tesk.h>
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace brimora {
+
+// What the code is: one expression, or a statement block (a function body
+// whose `return` gives the result).
+enum class CodeKind { expression, block };
+
+// One NAME=VALUE option, its value already read (see parse_value).
+struct NamedValue {
+    tesk::String name;
+    tesk::Any value;
+};
+
+// An evaluation to run.
+struct Invocation {
+    CodeKind kind = CodeKind::expression;
+    std::optional<std::string> code;      // given as an argument
+    std::optional<std::string> codeFile;  // given with -f; "-" is standard input
+    bool sandbox = false;
+    std::vector<NamedValue> locals;       // in the order given
+    std::vector<NamedValue> globals;
+    std::vector<NamedValue> outLocals;
+    std::optional<std::string> extension; // the extension library to load instead of the default
+};
+
+struct HelpRequest {};
+
+struct UsageError {
+    std::string message;
+};
+
+using CommandLine = std::variant<Invocation, HelpRequest, UsageError>;
+
+// Reads the arguments after the program name.
+CommandLine parse_command_line(std::span<char const* const> arguments);
+
+// The short reminder printed after a usage error, and the full help.
+std::string_view usage_text();
+std::string_view help_text();
+
+} // namespace brimora

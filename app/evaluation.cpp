@@ -1,0 +1,65 @@
+#include "app/evaluation.h"
+
+namespace brimora {
+namespace {
+
+const tesk::String language_module = "tesk.cpython";
+const tesk::String language_class = "CPythonLanguage";
+
+tesk::Error not_available(std::string_view reason) {
+    return tesk::Error(tesk::String("Python evaluation is not available (yet): {}.").arg(tesk::String(reason)));
+}
+
+// A map of the options' values, or none when there are none.
+tesk::Any map_of(std::vector<NamedValue> const& values) {
+    if (values.empty()) return {};
+    tesk::HashMap map;
+    for (auto const& [name, value] : values) map.set(name, value);
+    return map;
+}
+
+// Calls a member of the language that takes no receiver (every member of the
+// language class is static) and resolves a deferred result.
+tesk::Any call_language(tesk::Class_Generic const& language, tesk::String const& name,
+                        std::initializer_list<tesk::Any> arguments) {
+    auto method = tesk::method_of(language, name);
+    if (!method) method = language.definedMethod(name);
+    if (!method)
+        return tesk::Error(tesk::String("The language {} has no method {}.").arg(language.qualname(), name));
+    return tesk::internal::result_unwrap_lazy(method.value()(arguments));
+}
+
+tesk::String const& evaluation_method(Invocation const& invocation) {
+    bool expression = invocation.kind == CodeKind::expression;
+    if (invocation.sandbox)
+        return expression ? tesk::PythonLanguage::$evaluateExpressionInSandbox : tesk::PythonLanguage::$evaluateInSandbox;
+    return expression ? tesk::I_Language::$evaluateExpression : tesk::I_Language::$evaluate;
+}
+
+} // namespace
+
+tesk::Union<tesk::Class_Generic, tesk::Error> find_python_language() {
+    auto module = tesk::find_module(language_module);
+    if (!module) return not_available("the extension registered no module tesk.cpython");
+    for (auto const& [name, cls] : module.value().classes())
+        if (name == language_class) return cls;
+    return not_available("the module tesk.cpython has no class CPythonLanguage");
+}
+
+tesk::EvaluationScope make_scope(Invocation const& invocation) {
+    return tesk::EvaluationScope(tesk::Any(), map_of(invocation.locals), map_of(invocation.globals),
+                                 map_of(invocation.outLocals));
+}
+
+tesk::Any evaluate(tesk::Class_Generic const& language, Invocation const& invocation, tesk::String const& code,
+                   tesk::EvaluationScope const& scope) {
+    return call_language(language, evaluation_method(invocation), {code, scope});
+}
+
+tesk::String to_code(tesk::Class_Generic const& language, tesk::Any const& value) {
+    tesk::Any code = call_language(language, tesk::I_Language::$toCode, {value});
+    if (code.is<tesk::String>()) return tesk::String::unsafe(code);
+    return tesk::display(value);
+}
+
+} // namespace brimora

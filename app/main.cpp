@@ -1,0 +1,67 @@
+// brimora: the host program. Loads the Python extension, starts the host the
+// way every Tesk host does, and runs the code given on the command line.
+#include "app/command_line.h"
+#include "app/evaluation.h"
+#include "app/extension_loader.h"
+#include "app/platform.h"
+#include "app/report.h"
+#include "app/tesk_module.h"
+
+#include <tesk/tesk.h>
+
+#include <exception>
+#include <iostream>
+#include <span>
+
+namespace brimora {
+namespace {
+
+// The code to run, as bytes: invalid UTF-8 reaches Python, which reports it.
+tesk::Any code_of(Invocation const& invocation) {
+    if (invocation.codeFile) return read_all_bytes(*invocation.codeFile);
+    return tesk::String::fromRawDataUnsafe(invocation.code->data(), invocation.code->size());
+}
+
+int run(Invocation const& invocation) {
+    tesk::Any code = code_of(invocation);
+    if (code.isError()) return report_error(code.error());
+
+    auto extension = LoadedExtension::load(invocation.extension.value_or(default_extension_path()));
+    if (auto* error = std::get_if<tesk::Error>(&extension)) return report_error(*error);
+    define_tesk_module();
+    tesk::run_init_handlers();
+
+    auto language = find_python_language();
+    if (language.is<tesk::Error>()) return report_error(language.as<tesk::Error>());
+    tesk::Class_Generic languageClass = language.as<tesk::Class_Generic>();
+    tesk::EvaluationScope scope = make_scope(invocation);
+    tesk::Any result = evaluate(languageClass, invocation, tesk::String::unsafe(code), scope);
+    if (result.isError()) return report_error(result.error());
+    return report_result(languageClass, result, scope);
+}
+
+int usage_error(UsageError const& error) {
+    std::cerr << "brimora: " << error.message << '\n' << usage_text();
+    return 2;
+}
+
+int help() {
+    std::cout << help_text();
+    return 0;
+}
+
+} // namespace
+} // namespace brimora
+
+int main(int argc, char** argv) {
+    using namespace brimora;
+    try {
+        CommandLine commandLine = parse_command_line(std::span<char const* const>(argv + 1, argc - 1));
+        if (auto* invocation = std::get_if<Invocation>(&commandLine)) return run(*invocation);
+        if (auto* error = std::get_if<UsageError>(&commandLine)) return usage_error(*error);
+        return help();
+    } catch (std::exception const& e) {
+        std::cerr << "error: " << e.what() << '\n';
+        return 1;
+    }
+}

@@ -1,0 +1,58 @@
+#include "app/platform.h"
+
+#include <dlfcn.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <system_error>
+
+namespace brimora {
+namespace {
+
+std::filesystem::path running_program() {
+    std::error_code ec;
+    auto path = std::filesystem::read_symlink("/proc/self/exe", ec);
+    if (!ec) return path;
+    // Without /proc: the file that holds this very function.
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(&running_program), &info) != 0 && info.dli_fname != nullptr)
+        return std::filesystem::absolute(info.dli_fname, ec);
+    return {};
+}
+
+std::string read_stream(std::istream& in) {
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+tesk::Any bytes_as_string(std::string const& bytes) {
+    return tesk::String::fromRawDataUnsafe(bytes.data(), bytes.size());
+}
+
+tesk::Error unreadable(std::string const& name, int error) {
+    return tesk::Error(tesk::String("Cannot read {}: {}.").arg(tesk::String(name), tesk::String(std::strerror(error))));
+}
+
+} // namespace
+
+std::string executable_directory() { return running_program().parent_path().string(); }
+
+tesk::Any read_all_bytes(std::string const& path) {
+    if (path == "-") {
+        std::string bytes = read_stream(std::cin);
+        if (std::cin.bad()) return unreadable("standard input", errno);
+        return bytes_as_string(bytes);
+    }
+    std::error_code ec;
+    if (std::filesystem::is_directory(path, ec)) return unreadable(path, EISDIR);
+    std::ifstream file(path, std::ios::binary);
+    if (!file) return unreadable(path, errno);
+    std::string bytes = read_stream(file);
+    if (file.bad()) return unreadable(path, errno);
+    return bytes_as_string(bytes);
+}
+
+} // namespace brimora

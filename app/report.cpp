@@ -1,0 +1,30 @@
+#include "app/report.h"
+
+#include "app/evaluation.h"
+
+#include <iostream>
+
+namespace brimora {
+
+int report_error(tesk::Error const& error) {
+    std::cerr << "error: " << error.message().asChars() << '\n';
+    if (auto evaluationError = tesk::EvaluationError::cast(error)) {
+        if (auto line = evaluationError.value().line()) {
+            std::cerr << "at line " << line.value().value();
+            if (auto column = evaluationError.value().column()) std::cerr << ", column " << column.value().value();
+            std::cerr << '\n';
+        }
+    }
+    return 1;
+}
+
+int report_result(tesk::Class_Generic const& language, tesk::Any const& result, tesk::EvaluationScope const& scope) {
+    std::cout << to_code(language, result).asChars() << '\n';
+    if (auto outLocals = tesk::HashMap::cast(scope.outLocals())) {
+        for (auto const& [name, value] : outLocals.value().items())
+            std::cout << tesk::display(name).asChars() << " = " << to_code(language, value).asChars() << '\n';
+    }
+    return 0;
+}
+
+} // namespace brimora

@@ -1,0 +1,18 @@
+// What the host program prints.
+#pragma once
+
+#include <tesk/tesk.h>
+
+namespace brimora {
+
+// Prints "error: MESSAGE" on standard error, then "at line L, column C" (or
+// "at line L") for an EvaluationError that has a position. Gives the exit
+// status of a failure, 1.
+int report_error(tesk::Error const& error);
+
+// Prints the result as Python source on standard output, then one line
+// "NAME = value" per out-local of the scope, in the order given. Gives the
+// exit status of a success, 0.
+int report_result(tesk::Class_Generic const& language, tesk::Any const& result, tesk::EvaluationScope const& scope);
+
+} // namespace brimora
