@@ -80,7 +80,8 @@ struct own_members;
 // hands that reference to an Any with Any::adopt.
 class TESK_API object_value {
 public:
-    object_value(Kind kind, object_value_class const* cls) noexcept : kind_(kind), class_(cls) {}
+    // Out of line: it counts the object for live_object_count().
+    object_value(Kind kind, object_value_class const* cls) noexcept;
     object_value(object_value const&) = delete;
     object_value& operator=(object_value const&) = delete;
     virtual ~object_value();
