@@ -77,6 +77,9 @@ public:
     instance_factory factory = nullptr; // inherited from the nearest parent that has one
     std::vector<std::pair<String, String>> examples; // (code, language)
     std::int64_t option = 0;
+    // Which universal names (see class_override) the class chain overrides,
+    // computed on first use; stale when any class record is edited later.
+    mutable std::atomic<std::uint64_t> override_cache{0};
 
     bool is_ancestor(object_value_class const* other) const noexcept; // other == this or an ancestor
     bool is_interface() const noexcept { return (traits & traits::interface) != 0; }
@@ -164,6 +167,10 @@ public:
     Any operator()(std::span<Any const> args) const;
     Any operator()(std::initializer_list<Any> args) const { return (*this)({args.begin(), args.size()}); }
 };
+
+// The element-typed handles share the class of their generic handle.
+template <class T> Class_Generic Computed<T>::getClass() { return Computed_Generic::getClass(); }
+template <class T> Class_Generic I_Callable<T>::getClass() { return I_Callable_Generic::getClass(); }
 
 // A type: a class, the untyped type (anything) or the none type.
 class TESK_API Type : public Any {

@@ -215,6 +215,15 @@ public:
     static bool test(Any const& v) noexcept { return I_MutableSet_Generic::test(v); }
 };
 
+template <class T> Class_Generic I_Iterable<T>::getClass() { return I_Iterable_Generic::getClass(); }
+template <class T> Class_Generic I_Iterator<T>::getClass() { return I_Iterator_Generic::getClass(); }
+template <class T> Class_Generic I_Sequence<T>::getClass() { return I_Sequence_Generic::getClass(); }
+template <class T> Class_Generic I_MutableSequence<T>::getClass() { return I_MutableSequence_Generic::getClass(); }
+template <class K, class V> Class_Generic I_Map<K, V>::getClass() { return I_Map_Generic::getClass(); }
+template <class K, class V> Class_Generic I_MutableMap<K, V>::getClass() { return I_MutableMap_Generic::getClass(); }
+template <class T> Class_Generic I_Set<T>::getClass() { return I_Set_Generic::getClass(); }
+template <class T> Class_Generic I_MutableSet<T>::getClass() { return I_MutableSet_Generic::getClass(); }
+
 // A growable list. Thread-safe: each operation holds the list's lock.
 class TESK_API List : public I_MutableSequence_Generic {
     TESK_HANDLE(List, I_MutableSequence_Generic)

@@ -1,0 +1,147 @@
+// Modules and the module registry.
+#include "builtin_classes.h"
+
+#include "tesk/module.h"
+
+#include <mutex>
+
+namespace tesk {
+namespace internal {
+
+object_value_module::object_value_module(object_value_class const* cls) : object_value_instance(cls) {}
+
+object_value* make_module_instance(object_value_class const* cls) { return new object_value_module(cls); }
+
+// name → module, in registration order; guarded by g_modules_lock(). Both are
+// made on first use and never destroyed, so that modules stay reachable while
+// other static objects are torn down.
+ordered_map<Module>& g_modules() {
+    static auto* modules = new ordered_map<Module>();
+    return *modules;
+}
+
+spinlock& g_modules_lock() {
+    static auto* lock = new spinlock();
+    return *lock;
+}
+
+meta_property_untyped const& inlined_key() {
+    static auto* key = new meta_property_untyped("$$inlined");
+    return *key;
+}
+
+namespace {
+object_value_module& module_record(Module const& m) {
+    return const_cast<object_value_module&>(static_cast<object_value_module const&>(*m.get()));
+}
+// Reads a part of the module under its lock.
+template <class F> auto read_module(Module const& m, F read) {
+    auto& r = module_record(m);
+    std::lock_guard guard(r.lock());
+    return read(r);
+}
+template <class H>
+std::vector<std::pair<String, H>> snapshot(Module const& m, ordered_map<Any> object_value_module::*table) {
+    return read_module(m, [&](object_value_module& r) {
+        std::vector<std::pair<String, H>> out;
+        out.reserve((r.*table).size());
+        for (auto const& [k, v] : (r.*table).entries()) out.emplace_back(k, H::unsafe(v));
+        return out;
+    });
+}
+} // namespace
+} // namespace internal
+
+using internal::object_value_module;
+
+bool Module::test(Any const& v) noexcept {
+    return v.kind() == Kind::Instance &&
+           v.get()->class_value()->is_ancestor(internal::builtin_class(internal::builtin::module));
+}
+
+Module Module::create(String const& name, String const& doc) {
+    // A class of its own, so that properties added to it belong to this module.
+    auto* cls = new internal::object_value_class(String("Module"));
+    auto const* base = internal::builtin_class(internal::builtin::module);
+    cls->parents.push_back(base);
+    cls->traits = base->traits & ~traits::interface;
+    cls->factory = internal::make_module_instance;
+    cls->doc = doc;
+    Module m = Module::unsafe(internal::object_value_instance::create(cls));
+    auto& r = internal::module_record(m);
+    r.name = name;
+    r.doc = doc;
+    return m;
+}
+
+String Module::name() const { return internal::read_module(*this, [](object_value_module& r) { return r.name; }); }
+String Module::doc() const { return internal::read_module(*this, [](object_value_module& r) { return r.doc; }); }
+void Module::setDoc(String const& doc) const {
+    internal::read_module(*this, [&](object_value_module& r) { return r.doc = doc; });
+}
+int Module::importance() const {
+    return internal::read_module(*this, [](object_value_module& r) { return r.importance; });
+}
+void Module::setImportance(int importance) const {
+    internal::read_module(*this, [&](object_value_module& r) { return r.importance = importance; });
+}
+
+std::vector<std::pair<String, Class_Generic>> Module::classes() const {
+    return internal::snapshot<Class_Generic>(*this, &object_value_module::classes);
+}
+std::vector<std::pair<String, I_Callable_Generic>> Module::callables() const {
+    return internal::snapshot<I_Callable_Generic>(*this, &object_value_module::callables);
+}
+
+void Module::addClass(String const& name, Class_Generic const& cls) const {
+    internal::read_module(*this, [&](object_value_module& r) {
+        r.classes.set(name, cls);
+        return 0;
+    });
+}
+void Module::addCallable(String const& name, I_Callable_Generic const& callable) const {
+    internal::read_module(*this, [&](object_value_module& r) {
+        r.callables.set(name, callable);
+        return 0;
+    });
+}
+
+std::vector<Module> modules() {
+    std::lock_guard guard(internal::g_modules_lock());
+    std::vector<Module> out;
+    out.reserve(internal::g_modules().size());
+    for (auto const& [name, m] : internal::g_modules().entries()) out.push_back(m);
+    return out;
+}
+
+Union<Module, None> find_module(String const& name) {
+    std::lock_guard guard(internal::g_modules_lock());
+    if (Module const* m = internal::g_modules().find(name)) return Union<Module, None>(*m);
+    return {};
+}
+
+Union<Module, Error> get_module(String const& name) {
+    if (name.isEmpty()) return Error(String("[get_module] The module name is empty."));
+    std::lock_guard guard(internal::g_modules_lock());
+    if (Module const* m = internal::g_modules().find(name)) return Union<Module, Error>(*m);
+    // Made under the lock so that two threads asking at once get one module;
+    // making it calls no host callable.
+    Module m = Module::create(name);
+    internal::g_modules().set(name, m);
+    return Union<Module, Error>(m);
+}
+
+Result<None> register_function(String const& module, String const& name, I_Callable_Generic const& callable) {
+    auto m = get_module(module);
+    if (m.isError()) return Result<None>(m);
+    m.as<Module>().addCallable(name, callable);
+    return {};
+}
+
+Result<None> register_property(String const& module, String const& name, Property const& property) {
+    auto m = get_module(module);
+    if (m.isError()) return Result<None>(m);
+    return Result<None>(insert_property(m, name, property));
+}
+
+} // namespace tesk
