@@ -9,6 +9,7 @@
 
 #include <tesk/tesk.h>
 
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <span>
@@ -26,6 +27,9 @@ int run(Invocation const& invocation) {
     tesk::Any code = code_of(invocation);
     if (code.isError()) return report_error(code.error());
 
+    // The interpreter is never finalised, so nothing would flush Python's own
+    // buffers of standard output at exit: have it write through instead.
+    setenv("PYTHONUNBUFFERED", "1", 0);
     auto extension = LoadedExtension::load(invocation.extension.value_or(default_extension_path()));
     if (auto* error = std::get_if<tesk::Error>(&extension)) return report_error(*error);
     define_tesk_module();

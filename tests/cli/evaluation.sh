@@ -40,6 +40,11 @@ run expr "(g, x)" --global g=1 --global x=2 --local x=3
 expect_status 0
 expect_stdout_lines "(1, 3)"
 
+# What Python prints comes before the result, also through a pipe.
+run eval $'print("hello")\nreturn 1'
+expect_status 0
+expect_stdout_lines "hello" "1"
+
 # Code from a file and from standard input.
 printf 'total = 0\nfor i in range(4):\n    total += i\nreturn total\n' >"$WORK/sum.py"
 run eval -f "$WORK/sum.py"
