@@ -1,0 +1,80 @@
+// Python objects to host values.
+//
+// The tests below run in a fixed order, and the first that applies decides:
+// a bool is an int and a bytes object is a sequence, so the order is what
+// makes each Python value arrive as the host value that fits it best. The
+// four commonest exact types are answered before the ordered tests; they
+// cannot match any test ahead of their own, so the result is the same.
+#include "from_python/from_python.h"
+
+#include "extension/python_class_slot.h"
+#include "from_python/date_time.h"
+#include "from_python/numbers.h"
+#include "from_python/proxies.h"
+#include "from_python/text.h"
+#include "language/errors.h"
+#include "to_python/wrapper.h"
+
+namespace tesk::cpython {
+
+namespace {
+
+python_class_slot decimal_class{"decimal", "Decimal"};
+
+// An instance check whose failure counts as "no" and leaves nothing pending.
+bool is_instance(PyObject* object, PyObject* cls) {
+    int r = PyObject_IsInstance(object, cls);
+    if (r < 0) PyErr_Clear();
+    return r > 0;
+}
+
+bool is_decimal(PyObject* object) {
+    PyObject* cls = decimal_class.get();
+    return cls && is_instance(object, cls);
+}
+
+// Whatever has no host value of its own, most specific proxy first.
+Any proxy_from_python(PyObject* object) {
+    if (PyDict_Check(object)) return mapping_proxy(object);
+    if (PySequence_Check(object)) return sequence_proxy(object);
+    if (PySet_Check(object)) return set_proxy(object); // not frozenset: that one is only iterable
+    if (PyObjectPtr iterator = PyObjectPtr::steal(PyObject_GetIter(object))) return iterable_proxy(object);
+    PyErr_Clear(); // not iterable
+    return object_proxy(object);
+}
+
+Any convert_in_order(PyObject* object) {
+    if (object == Py_NotImplemented) return Undefined();
+    if (Any const* held = is_wrapper(object)) return *held; // the very host object
+    if (PyBool_Check(object)) return Boolean(object == Py_True);
+    if (PyByteArray_Check(object)) return bytearray_from_python(object);
+    if (PyBytes_Check(object)) return bytes_from_python(object);
+    if (is_decimal(object)) return decimal_from_python(object);
+    if (PyFloat_Check(object)) return float_from_python(object);
+    if (PyNumber_Check(object)) return number_from_python(object);
+    if (is_instance(object, PyExc_Exception)) return error_from_exception(object);
+    if (PyType_Check(object)) return class_from_python_type(object);
+    if (PyCallable_Check(object)) return function_from_python_callable(object);
+    if (PyUnicode_Check(object)) return string_from_python(object);
+    if (std::optional<Any> value = date_time_from_python(object)) return *value;
+    return proxy_from_python(object);
+}
+
+Any convert(PyObject* object) {
+    PyTypeObject* type = Py_TYPE(object);
+    if (type == &PyLong_Type) return integer_from_python(object);
+    if (type == &PyUnicode_Type) return string_from_python(object);
+    if (type == &PyFloat_Type) return float_from_python(object);
+    if (type == &PyBool_Type) return Boolean(object == Py_True);
+    return convert_in_order(object);
+}
+
+} // namespace
+
+Any from_python(PyObject* object) {
+    if (!object || object == Py_None) return Any();
+    gil_guard gil;
+    return convert(object);
+}
+
+} // namespace tesk::cpython

@@ -1,0 +1,18 @@
+// Python text and bytes to host values.
+#pragma once
+
+#include "extension/python_ref.h"
+
+#include <tesk/tesk.h>
+
+namespace tesk::cpython {
+
+// A str (or subtype) as a host String. Text that UTF-8 cannot encode (a lone
+// surrogate) gives the empty String, and the encoding error is cleared.
+Any string_from_python(PyObject* text);
+// A bytes (or subtype) as a ByteArray over a copy of its contents.
+Any bytes_from_python(PyObject* bytes);
+// A bytearray (or subtype) as a ByteArray over a copy of its contents.
+Any bytearray_from_python(PyObject* bytes);
+
+} // namespace tesk::cpython

@@ -1,0 +1,161 @@
+// Host values to Python objects.
+//
+// Plain values are built straight through the C API, dispatched on the value's
+// kind; only dates, times and decimals call a Python class.
+#include "to_python/to_python.h"
+
+#include "extension/python_class_slot.h"
+#include "from_python/python_object.h"
+#include "language/errors.h"
+#include "to_python/wrapper.h"
+
+namespace tesk::cpython {
+
+namespace {
+
+// This direction's own class slots (the other direction keeps its own, so
+// neither depends on the order in which the two are first used).
+python_class_slot date_class{"datetime", "date"};
+python_class_slot time_class{"datetime", "time"};
+python_class_slot datetime_class{"datetime", "datetime"};
+python_class_slot decimal_class{"decimal", "Decimal"};
+
+PyObject* convert(Any const& value);
+
+// Strict decoding: text that is not well-formed UTF-8 (lone surrogates in
+// their 3-byte form included) gives null with UnicodeDecodeError pending.
+PyObject* string_to_python(String const& text) {
+    std::string_view bytes = text.asChars();
+    return PyUnicode_FromStringAndSize(bytes.data(), static_cast<Py_ssize_t>(bytes.size()));
+}
+
+PyObject* integer_to_python(Integer const& value) {
+    if (value.isUnsigned()) return PyLong_FromUnsignedLongLong(value.unsignedValue());
+    return PyLong_FromLongLong(value.value());
+}
+
+PyObject* byte_array_to_python(ByteArray const& bytes) {
+    // bytes, never bytearray: Python code must not change the host's bytes.
+    return PyBytes_FromStringAndSize(reinterpret_cast<char const*>(bytes.data()),
+                                     static_cast<Py_ssize_t>(bytes.size()));
+}
+
+// Null when an item fails: with that item's exception pending, or with none
+// when the item has no Python form (then neither has the tuple).
+PyObject* tuple_to_python(Tuple const& tuple) {
+    std::span<Any const> items = tuple.items();
+    PyObjectPtr result = PyObjectPtr::steal(PyTuple_New(static_cast<Py_ssize_t>(items.size())));
+    if (!result) return nullptr;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        PyObject* item = convert(items[i]);
+        if (!item) return nullptr;
+        PyTuple_SET_ITEM(result.get(), static_cast<Py_ssize_t>(i), item); // steals
+    }
+    return result.release();
+}
+
+PyObject* date_to_python(Date const& date) {
+    PyObject* cls = date_class.get();
+    if (!cls) return nullptr;
+    return PyObject_CallFunction(cls, "iii", static_cast<int>(date.year()), static_cast<int>(date.month()),
+                                 static_cast<int>(date.day()));
+}
+
+PyObject* decimal_to_python(Decimal const& decimal) {
+    PyObject* cls = decimal_class.get();
+    if (!cls) return nullptr;
+    // By its text, so that "1.10" keeps its final zero.
+    PyObjectPtr text = PyObjectPtr::steal(string_to_python(decimal.toString()));
+    if (!text) return nullptr;
+    return PyObject_CallOneArg(cls, text.get());
+}
+
+int microseconds_of(Time const& time) {
+    return static_cast<int>(time.nanoseconds() / 1000); // truncated
+}
+
+// Python times are always naive here: the host keeps offsets as unsigned
+// seconds with a zone name, which has no faithful tzinfo counterpart; the
+// fold bit is passed as it is.
+PyObject* call_with_fold(PyObject* cls, PyObjectPtr const& args, Time const& time) {
+    if (!cls) return nullptr;
+    PyObjectPtr kwargs = PyObjectPtr::steal(Py_BuildValue("{s:i}", "fold", static_cast<int>(time.fold())));
+    if (!args || !kwargs) return nullptr;
+    return PyObject_Call(cls, args.get(), kwargs.get());
+}
+
+PyObject* time_to_python(Time const& time) {
+    PyObject* cls = time_class.get();
+    if (!cls) return nullptr;
+    PyObjectPtr args = PyObjectPtr::steal(Py_BuildValue("(iiii)", static_cast<int>(time.hour()),
+                                                        static_cast<int>(time.minute()),
+                                                        static_cast<int>(time.second()), microseconds_of(time)));
+    return call_with_fold(cls, args, time);
+}
+
+PyObject* datetime_to_python(DateTime const& dateTime) {
+    PyObject* cls = datetime_class.get();
+    if (!cls) return nullptr;
+    Date date = dateTime.date();
+    Time time = dateTime.time();
+    PyObjectPtr args = PyObjectPtr::steal(Py_BuildValue(
+        "(iiiiiii)", static_cast<int>(date.year()), static_cast<int>(date.month()), static_cast<int>(date.day()),
+        static_cast<int>(time.hour()), static_cast<int>(time.minute()), static_cast<int>(time.second()),
+        microseconds_of(time)));
+    return call_with_fold(cls, args, time);
+}
+
+// A value loaded on demand stands for the loaded value.
+PyObject* external_to_python(Any const& value) {
+    Any loaded = internal::unwrap(value);
+    if (loaded.kind() == Kind::External) return new_wrapper(value);
+    return convert(loaded);
+}
+
+// A proxy of a Python object gives that very object back; a proxy that holds
+// none has no Python form (null without an exception).
+PyObject* python_object_to_python(Any const& proxy) {
+    return Py_XNewRef(get_pyobj(proxy));
+}
+
+PyObject* instance_to_python(Any const& instance) {
+    if (is_python_object(instance)) return python_object_to_python(instance);
+    if (instance.isError()) {
+        raise_host_error(instance.error());
+        return nullptr;
+    }
+    return new_wrapper(instance);
+}
+
+PyObject* convert(Any const& value) {
+    switch (value.kind()) {
+    case Kind::None: return Py_NewRef(Py_None);
+    case Kind::Undefined: return Py_NewRef(Py_NotImplemented);
+    case Kind::Boolean: return Py_NewRef(Boolean::unsafe(value).isTrue() ? Py_True : Py_False);
+    case Kind::Integer: return integer_to_python(Integer::unsafe(value));
+    case Kind::Float: return PyFloat_FromDouble(Float::unsafe(value).value());
+    case Kind::String: return string_to_python(String::unsafe(value));
+    case Kind::ByteArray: return byte_array_to_python(ByteArray::unsafe(value));
+    case Kind::Tuple: return tuple_to_python(Tuple::unsafe(value));
+    case Kind::Decimal: return decimal_to_python(Decimal::unsafe(value));
+    case Kind::Date: return date_to_python(Date::unsafe(value));
+    case Kind::Time: return time_to_python(Time::unsafe(value));
+    case Kind::DateTime: return datetime_to_python(DateTime::unsafe(value));
+    case Kind::External: return external_to_python(value);
+    case Kind::Instance: return instance_to_python(value);
+    // Classes (including, until they get their own form, classes made from
+    // Python types), lists, maps, sets, callables, deferred values, weak
+    // references and the rest reach Python as wrappers.
+    default: return new_wrapper(value);
+    }
+}
+
+} // namespace
+
+PyObject* to_python(Any const& value) {
+    if (!value.get()) return Py_NewRef(Py_None); // empty: no lock needed
+    gil_guard gil;
+    return convert(value);
+}
+
+} // namespace tesk::cpython

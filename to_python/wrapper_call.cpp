@@ -1,0 +1,58 @@
+// Calling a wrapper object calls the host callable it holds.
+#include "extension/slot_guard.h"
+#include "from_python/from_python.h"
+#include "to_python/slot_result.h"
+#include "to_python/to_python.h"
+#include "to_python/wrapper_record.h"
+#include "to_python/wrapper_slots.h"
+
+namespace tesk::cpython {
+
+namespace {
+
+// The keyword arguments whose names are non-empty text, as a host map.
+HashMap named_arguments(PyObject* kwargs) {
+    HashMap named(String::getClass(), Type::untyped());
+    Py_ssize_t pos = 0;
+    PyObject* key = nullptr;
+    PyObject* value = nullptr;
+    while (PyDict_Next(kwargs, &pos, &key, &value)) {
+        Any name = from_python(key);
+        if (!String::test(name) || String::unsafe(name).isEmpty()) continue;
+        named.set(name, from_python(value));
+    }
+    return named;
+}
+
+List positional_arguments(PyObject* args) {
+    List list;
+    Py_ssize_t n = args ? PyTuple_GET_SIZE(args) : 0;
+    for (Py_ssize_t i = 0; i < n; ++i) list.append(from_python(PyTuple_GET_ITEM(args, i)));
+    return list;
+}
+
+} // namespace
+
+PyObject* wrapper_call(PyObject* self, PyObject* args, PyObject* kwargs) noexcept {
+    // Taken again here so that the call stays safe when host code calls back
+    // into Python from another thread state during the call.
+    gil_guard gil;
+    return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
+        Any const& value = *held_value(self);
+        if (value.isError()) return to_python(value); // raises it
+        if (!I_Callable_Generic::test(value)) {
+            PyErr_Format(PyExc_RuntimeError, "Non-callable object: %s", display(value).c_str());
+            return nullptr;
+        }
+        auto callable = I_Callable_Generic::unsafe(value);
+        // Named arguments, when there are any, are the whole call: the host
+        // maps them onto parameters and positional ones would be ambiguous.
+        if (kwargs && PyDict_GET_SIZE(kwargs) > 0) {
+            HashMap named = named_arguments(kwargs);
+            if (named.size() != 0) return slot_result(callable.callWithNamed(named));
+        }
+        return slot_result(callable.callWith(positional_arguments(args)));
+    });
+}
+
+} // namespace tesk::cpython

@@ -1,0 +1,61 @@
+// Lifetime, text, hash and comparison of wrapper objects.
+#include "extension/slot_guard.h"
+#include "from_python/from_python.h"
+#include "to_python/slot_result.h"
+#include "to_python/wrapper_record.h"
+#include "to_python/wrapper_slots.h"
+
+namespace tesk::cpython {
+
+void wrapper_dealloc(PyObject* self) noexcept {
+    // Dropping the host value may run host finalisers that call into Python,
+    // and the last reference may be dropped by host code without the lock.
+    gil_guard gil;
+    delete reinterpret_cast<PyTeskObject*>(self)->value;
+    PyObject_Free(self);
+}
+
+PyObject* wrapper_repr(PyObject* self) noexcept {
+    return guarded_slot<PyObject*>(nullptr, [&] { return display_text_to_python(display(*held_value(self))); });
+}
+
+PyObject* wrapper_str(PyObject* self) noexcept {
+    return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
+        Any const& value = *held_value(self);
+        Any text = String::getClass().coerce(value);
+        // str() never fails over a value that is no text: it shows the value instead.
+        if (String::test(text)) return display_text_to_python(String::unsafe(text));
+        return display_text_to_python(display(value));
+    });
+}
+
+Py_hash_t wrapper_hash(PyObject* self) noexcept {
+    return guarded_slot<Py_hash_t>(-1, [&] {
+        Any const& value = *held_value(self);
+        // Equal immutable values hash alike; anything else hashes by identity,
+        // as its equality is identity too.
+        std::uint64_t h = I_Immutable::test(value) ? hash_of(value) : object_id(value);
+        auto narrowed = static_cast<Py_hash_t>(h); // keeps the low-order bits
+        return narrowed == -1 ? Py_hash_t(-2) : narrowed; // -1 means failure to Python
+    });
+}
+
+PyObject* wrapper_richcompare(PyObject* self, PyObject* other, int op) noexcept {
+    return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
+        Ordering order = compare_objects(*held_value(self), from_python(other));
+        if (!order.isComparable()) return Py_NewRef(op == Py_NE ? Py_True : Py_False);
+        int v = order.value();
+        bool result = false;
+        switch (op) {
+        case Py_LT: result = v < 0; break;
+        case Py_LE: result = v <= 0; break;
+        case Py_EQ: result = v == 0; break;
+        case Py_NE: result = v != 0; break;
+        case Py_GT: result = v > 0; break;
+        case Py_GE: result = v >= 0; break;
+        }
+        return Py_NewRef(result ? Py_True : Py_False);
+    });
+}
+
+} // namespace tesk::cpython
