@@ -1,0 +1,47 @@
+// What the library does while it is being loaded: describe its module
+// members and queue the init handlers that register them with the host.
+// Nothing here touches Python.
+#include "extension/logging_bridge.h"
+#include "language/language.h"
+#include "language/registration.h"
+
+#include <tesk/tesk.h>
+
+namespace tesk::cpython {
+namespace {
+
+// Handlers run later, from the host; they must not let an exception escape
+// into the host's loop.
+template <void (*Handler)()> void guarded() {
+    try {
+        Handler();
+    } catch (...) {
+        report_assertion("[brimora_python] An init handler failed.");
+    }
+}
+
+void define_language_class() { (void)cpython_language_class(); }
+
+struct load_time_registration {
+    load_time_registration() {
+        (void)keys();
+        describe_cpython_module();
+
+        add_init_handler(5, &guarded<&register_cpython_add_sys_path>);
+        // The logging bridge goes straight into the host's queue.
+        init_handlers_unsafe().emplace_back(3, &guarded<&install_logging_bridge>);
+        add_init_handler(2, &guarded<&define_language_class>);
+        add_init_handler(5, &guarded<&register_evaluate>);
+        add_init_handler(5, &guarded<&register_evaluate_expr>);
+        add_init_handler(4, &guarded<&register_cpython_doc>);
+        // Level 2, in this order, once these classes exist: CPythonModule,
+        // then CPythonFunction, CPythonProxyMapping, CPythonProxySequence,
+        // CPythonProxySet, CPythonProxyIterable, CPythonProxyIterator (one
+        // handler each).
+    }
+};
+
+load_time_registration const registration;
+
+} // namespace
+} // namespace tesk::cpython

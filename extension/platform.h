@@ -1,0 +1,23 @@
+// What the extension needs from the operating system.
+#pragma once
+
+#include <Python.h>
+
+#include <string>
+
+namespace tesk::cpython::platform {
+
+// The full file name of this library, or empty when it cannot be found.
+std::string own_library_file();
+
+// The signature of PySys_AddAuditHook.
+using add_audit_hook_function = int (*)(Py_AuditHookFunction hook, void* userData);
+
+// PySys_AddAuditHook of the Python runtime that is already loaded in the
+// process, looked up at run time (nothing is loaded); null when there is none.
+add_audit_hook_function find_add_audit_hook();
+
+// The value of an environment variable; empty when it is unset or empty.
+std::string environment_variable(char const* name);
+
+} // namespace tesk::cpython::platform

@@ -1,0 +1,48 @@
+// The operating-system layer on Linux and other POSIX systems.
+#if !defined(_WIN32)
+
+#include "extension/platform.h"
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace tesk::cpython::platform {
+
+std::string own_library_file() {
+    Dl_info info{};
+    // Any address inside this library identifies it.
+    if (dladdr(reinterpret_cast<void const*>(&own_library_file), &info) == 0 || info.dli_fname == nullptr)
+        return {};
+    return info.dli_fname;
+}
+
+add_audit_hook_function find_add_audit_hook() {
+    // Found directly when the runtime's symbols are global, which they are
+    // when the host loaded the runtime (or this library) with RTLD_GLOBAL.
+    if (void* symbol = dlsym(RTLD_DEFAULT, "PySys_AddAuditHook"))
+        return reinterpret_cast<add_audit_hook_function>(symbol);
+    // Otherwise ask the loaded runtime itself, by the versioned names of its
+    // shared library; RTLD_NOLOAD never loads a second copy.
+    std::string const base = "libpython" + std::to_string(PY_MAJOR_VERSION) + "." + std::to_string(PY_MINOR_VERSION);
+    for (std::string const& name : {base + ".so.1.0", base + ".so"}) {
+        void* handle = dlopen(name.c_str(), RTLD_LAZY | RTLD_NOLOAD);
+        if (handle == nullptr) continue;
+        void* symbol = dlsym(handle, "PySys_AddAuditHook");
+        // The loaded runtime stays loaded: RTLD_NOLOAD took a reference of
+        // its own, which is given back here.
+        dlclose(handle);
+        if (symbol != nullptr) return reinterpret_cast<add_audit_hook_function>(symbol);
+    }
+    return nullptr;
+}
+
+std::string environment_variable(char const* name) {
+    char const* value = std::getenv(name);
+    return value != nullptr ? std::string(value) : std::string();
+}
+
+} // namespace tesk::cpython::platform
+
+#endif

@@ -1,0 +1,163 @@
+// CPythonLanguage and the host modules tesk.cpython and python.
+#include "language/language.h"
+
+#include "extension/boundary.h"
+#include "extension/sys_path.h"
+#include "language/evaluation.h"
+#include "language/module_lookup.h"
+#include "language/registration.h"
+
+#include <optional>
+
+namespace tesk::cpython {
+namespace {
+
+// Plain text: read during load-time initialisation of other files.
+constexpr char const* cpython_module_name = "tesk.cpython";
+
+// The members of tesk.cpython, described while the library loads.
+struct cpython_module_members {
+    module_function add_sys_path{cpython_module_name, "cpython_add_sys_path", make_closure(&cpython_add_sys_path),
+                                 "path", "Adds a path to sys.path once."};
+    module_function evaluate{cpython_module_name, "evaluate", make_closure(&evaluate_block), "code, scope",
+                             "Evaluates Python code.", {Any()}};
+    module_function evaluate_expr{cpython_module_name, "evaluate_expr", make_closure(&evaluate_expression),
+                                  "code, scope", "Evaluates Python expression.", {Any()}};
+    module_property doc{cpython_module_name, meta_property_untyped("$$doc"), String("Interface to Python language.")};
+};
+
+cpython_module_members const& members() {
+    static cpython_module_members const described;
+    return described;
+}
+
+// A static member of the language class.
+I_Callable_Generic static_method(String const& name, I_Callable_Generic const& function, String const& parameterNames,
+                                 std::vector<Any> defaults = {}, String const& doc = String()) {
+    return method_builder_base(name)
+        .assign_func(function)
+        .signature(parameterNames)
+        .assign_doc(doc)
+        .assign_defaults(std::move(defaults))
+        .set_static(true)
+        .build();
+}
+
+// What every evaluation member does with its scope.
+struct scope_parts {
+    Any self;
+    Union<I_Map<String, Any>, None> locals;
+    Union<I_Map<String, Any>, None> globals;
+    Union<I_MutableMap<String, Any>, None> outLocals;
+};
+
+scope_parts parts_of(Union<EvaluationScope, None> const& scope) {
+    if (!scope.has_value()) return {};
+    EvaluationScope s = scope.value();
+    return {s.self(), s.locals(), s.globals(), s.outLocals()};
+}
+
+Any run_block(String const& code, Union<EvaluationScope, None> const& scope) {
+    scope_parts p = parts_of(scope);
+    return language_python_evaluate_method(p.self, code, p.locals, p.globals, p.outLocals);
+}
+
+Any run_expression(String const& code, Union<EvaluationScope, None> const& scope) {
+    scope_parts p = parts_of(scope);
+    return language_python_evaluate_expression(code, p.locals, p.globals);
+}
+
+Any instance_member() { return language_instance(); }
+Result<Any> resolve_member(String const& name) { return resolve_python_name(name); }
+Result<String> to_code_member(Any const& value) { return python_value_to_code(value); }
+Result<None> import_all_modules_member() { return import_all_modules(); }
+
+void fill_language_class(class_builder_base& builder) {
+    Class_Generic const python_language = PythonLanguage::getClass();
+    String const example = "tesk.cpython.CPythonLanguage.evaluateExpression('[1, 2, 3]')";
+    builder.bases({python_language})
+        .module(cpython_module_name)
+        .doc("Implementation of 'I_Language' interface for Python language.")
+        .entry(entry_tag::option, {Integer(10)})
+        .entry(entry_tag::example,
+               {String("CPythonLanguage::evaluateExpression(\"[1, 2, 3]\");"), language_name_cpp()})
+        .entry(entry_tag::example, {String(example), language_name_js()})
+        .entry(entry_tag::example, {String(example), language_name_python()});
+
+    std::vector<Any> const no_scope = {Any()};
+    builder.entry(entry_tag::interface_methods,
+                  {python_language, static_method(Any::$__init__, make_closure(&instance_member), ""),
+                   static_method(I_Language::$evaluate, make_closure(&evaluate_block), "code, scope", no_scope),
+                   static_method(I_Language::$evaluateExpression, make_closure(&evaluate_expression), "code, scope",
+                                 no_scope),
+                   static_method(PythonLanguage::$evaluateInSandbox, make_closure(&evaluate_block_in_sandbox),
+                                 "code, scope", no_scope),
+                   static_method(PythonLanguage::$evaluateExpressionInSandbox,
+                                 make_closure(&evaluate_expression_in_sandbox), "code, scope", no_scope),
+                   static_method(I_Language::$resolve, make_closure(&resolve_member), "name"),
+                   static_method(I_Language::$toCode, make_closure(&to_code_member), "value")});
+    builder.method(static_method(keys().import_all_modules, make_closure(&import_all_modules_member), "", {},
+                                 "Imports all standard python modules."));
+
+    property_builder_base canEvaluate(I_Language::$$canEvaluate);
+    canEvaluate.assign_getter_value(Boolean(true));
+    property_builder_base name(I_HasName::$$name);
+    name.assign_getter_value(String("CPython"));
+    property_builder_base instance(I_Language::$$instance);
+    instance.getter(make_closure(&instance_member));
+    builder.entry(entry_tag::interface_properties, {python_language, canEvaluate.entry(), name.entry(), instance.entry()});
+}
+
+} // namespace
+
+Class_Generic cpython_language_class() {
+    static class_accessor const accessor("CPythonLanguage", &fill_language_class);
+    return accessor();
+}
+
+Any language_instance() {
+    static Any const instance = internal::object_value_instance::create(cpython_language_class().record());
+    return instance;
+}
+
+Result<Any> evaluate_block(String code, Union<EvaluationScope, None> scope) {
+    return host_entry([&] { return run_block(code, scope); });
+}
+
+Result<Any> evaluate_expression(String code, Union<EvaluationScope, None> scope) {
+    return host_entry([&] { return run_expression(code, scope); });
+}
+
+// The sandbox rules are not in place yet: these run like their plain
+// counterparts, without restrictions.
+Result<Any> evaluate_block_in_sandbox(String code, Union<EvaluationScope, None> scope) {
+    return evaluate_block(std::move(code), std::move(scope));
+}
+
+Result<Any> evaluate_expression_in_sandbox(String code, Union<EvaluationScope, None> scope) {
+    return evaluate_expression(std::move(code), std::move(scope));
+}
+
+void describe_cpython_module() { (void)members(); }
+void register_cpython_add_sys_path() { members().add_sys_path.register_now(); }
+void register_evaluate() { members().evaluate.register_now(); }
+void register_evaluate_expr() { members().evaluate_expr.register_now(); }
+void register_cpython_doc() { members().doc.register_now(); }
+
+void setup_python_module() {
+    auto found = get_module("python");
+    if (!found.is<Module>()) return;
+    Module python = found.as<Module>();
+    python.setDoc(
+        "Python is an easy to learn, powerful programming language. It has efficient high-level data structures "
+        "and a simple but effective approach to object-oriented programming. Python\u2019s elegant syntax and "
+        "dynamic typing, together with its interpreted nature, make it an ideal language for scripting and rapid "
+        "application development in many areas on most platforms.");
+    (void)insert_property_value(python, meta_property_untyped("$$icon"), String(":/tesk/icons/py.svg"));
+    // The language modules (python.builtins, python.collections,
+    // python.collections.abc, python.datetime, python.decimal, python.sys,
+    // python.types, python.typing) are exported here once Python modules can
+    // be exported as host modules; until then "python" holds none of them.
+}
+
+} // namespace tesk::cpython

@@ -1,0 +1,35 @@
+// Module lookup. Name resolution and the export of every module are not
+// available yet; rendering values as source text is.
+#include "language/module_lookup.h"
+
+#include "extension/boundary.h"
+#include "extension/python_ref.h"
+#include "extension/startup.h"
+#include "from_python/python_object.h"
+
+namespace tesk::cpython {
+
+Result<Any> resolve_python_name(String const& /*name*/) { return Error("Not available yet: resolve."); }
+
+Result<String> python_value_to_code(Any const& value) {
+    return host_entry([&]() -> Any {
+        if (is_python_object(value)) {
+            ensure_interpreter();
+            gil_guard gil;
+            if (PyObject* object = get_pyobj(value)) {
+                PyObjectPtr repr = PyObjectPtr::steal(PyObject_Repr(object));
+                Py_ssize_t size = 0;
+                char const* text = repr ? PyUnicode_AsUTF8AndSize(repr.get(), &size) : nullptr;
+                if (text != nullptr) return String::fromUtf8(text, static_cast<std::size_t>(size));
+                // The host's own rendering is the fallback; the failed repr
+                // must not stay pending.
+                PyErr_Clear();
+            }
+        }
+        return PythonLanguage::toCode(value);
+    });
+}
+
+Result<None> import_all_modules() { return Error("Not available yet: importAllModules."); }
+
+} // namespace tesk::cpython
