@@ -1,0 +1,79 @@
+// Integer: a signed or unsigned 64-bit value; small signed values are shared.
+#include "value_objects.h"
+
+#include <charconv>
+
+namespace tesk {
+
+namespace internal {
+
+object_value_integer::object_value_integer(std::uint64_t b, bool u) noexcept
+    : object_value(Kind::Integer, builtin_class(builtin::integer)), bits(b), is_unsigned(u) {}
+
+namespace {
+// The small signed integers, boxed once: code boxes loop counters, sizes and
+// indices all the time, and these boxes then cost no allocation.
+constexpr std::int64_t small_min = -5;
+constexpr std::int64_t small_max = 1024;
+
+struct small_integers {
+    object_value const* values[small_max - small_min + 1];
+    small_integers() {
+        for (std::int64_t v = small_min; v <= small_max; ++v)
+            values[v - small_min] = immortal(new object_value_integer(static_cast<std::uint64_t>(v), false));
+    }
+};
+small_integers const& small() {
+    static small_integers const cache;
+    return cache;
+}
+
+Any box(std::int64_t v) {
+    if (v >= small_min && v <= small_max) return Any::borrow(small().values[v - small_min]);
+    return Any::adopt(new object_value_integer(static_cast<std::uint64_t>(v), false));
+}
+
+object_value_integer const* integer_of(Any const& v) noexcept {
+    return static_cast<object_value_integer const*>(v.get());
+}
+
+// The value of an Integer (after unwrapping) as a signed 64-bit value, when it fits.
+std::optional<std::int64_t> signed_value(Any const& value) {
+    Any v = checked_cast<Integer>(value);
+    if (!v.hasValue()) return std::nullopt;
+    auto* record = integer_of(v);
+    if (record->is_unsigned && record->bits > static_cast<std::uint64_t>(INT64_MAX)) return std::nullopt;
+    return static_cast<std::int64_t>(record->bits);
+}
+} // namespace
+
+void append_integer(std::string& out, object_value_integer const& v) {
+    char buffer[24];
+    auto end = v.is_unsigned ? std::to_chars(buffer, buffer + sizeof buffer, v.bits).ptr
+                             : std::to_chars(buffer, buffer + sizeof buffer, static_cast<std::int64_t>(v.bits)).ptr;
+    out.append(buffer, end);
+}
+
+} // namespace internal
+
+Integer::Integer(std::int64_t v) : Any(internal::box(v)) {}
+
+Integer Integer::fromUnsigned(std::uint64_t v) {
+    return unsafe(Any::adopt(new internal::object_value_integer(v, true)));
+}
+
+bool Integer::isUnsigned() const noexcept { return get() != nullptr && internal::integer_of(*this)->is_unsigned; }
+std::int64_t Integer::value() const noexcept {
+    return get() ? static_cast<std::int64_t>(internal::integer_of(*this)->bits) : 0;
+}
+std::uint64_t Integer::unsignedValue() const noexcept { return get() ? internal::integer_of(*this)->bits : 0; }
+
+std::optional<std::int32_t> Int32::from(Any const& v) {
+    auto wide = internal::signed_value(v);
+    if (!wide || *wide < INT32_MIN || *wide > INT32_MAX) return std::nullopt;
+    return static_cast<std::int32_t>(*wide);
+}
+
+std::optional<std::int64_t> Int64::from(Any const& v) { return internal::signed_value(v); }
+
+} // namespace tesk
