@@ -311,6 +311,4 @@ Any Any::callMethod(String const& name, std::span<Any const> args) const {
     return call_member(m, *this, args);
 }
 
-String Any::toDisplayString() const { return display(*this); }
-
 } // namespace tesk
