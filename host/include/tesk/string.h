@@ -62,10 +62,10 @@ public:
     }
     String arg_list(std::span<Any const> args) const;
 
-    friend bool operator==(String const& a, String const& b) noexcept;
+    friend TESK_API bool operator==(String const& a, String const& b) noexcept;
     friend bool operator==(String const& a, std::string_view b) noexcept { return a.asChars() == b; }
     friend bool operator==(String const& a, char const* b) noexcept { return a.asChars() == b; }
-    friend String operator+(String const& a, String const& b);
+    friend TESK_API String operator+(String const& a, String const& b);
 
 private:
     static Any to_any(Any const& v) { return v; }

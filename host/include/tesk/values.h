@@ -42,10 +42,10 @@ public:
 
 // Integer parameters of typed wrappers: `int` casts through Int32 (range
 // checked), `long long` through Int64.
-struct Int32 {
+struct TESK_API Int32 {
     static std::optional<std::int32_t> from(Any const& v);
 };
-struct Int64 {
+struct TESK_API Int64 {
     static std::optional<std::int64_t> from(Any const& v);
 };
 
