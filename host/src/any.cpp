@@ -72,10 +72,12 @@ Computed_Generic Computed_Generic::make(std::function<Any()> producer) {
 Any Computed_Generic::resolve() const { return internal::result_unwrap_lazy(*this); }
 
 namespace {
+std::atomic<internal::object_value const*> g_undefined{nullptr};
+
 internal::object_value const* undefined_record() {
-    static internal::object_value const* const record = internal::immortal(
-        new internal::object_value(Kind::Undefined, internal::builtin_class(internal::builtin::undefined)));
-    return record;
+    return internal::shared_value(g_undefined, [] {
+        return new internal::object_value(Kind::Undefined, internal::builtin_class(internal::builtin::undefined));
+    });
 }
 } // namespace
 

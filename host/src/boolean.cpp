@@ -9,25 +9,25 @@ object_value_boolean::object_value_boolean(bool v) noexcept
     : object_value(Kind::Boolean, builtin_class(builtin::boolean)), value(v) {}
 
 namespace {
-// The two booleans; created together on first use and never destroyed.
-struct canonical_booleans {
-    object_value const* no = immortal(new object_value_boolean(false));
-    object_value const* yes = immortal(new object_value_boolean(true));
-};
-canonical_booleans const& booleans() {
-    static canonical_booleans const values;
-    return values;
+// The two booleans: false, true.
+std::atomic<object_value const*> g_booleans[2] = {nullptr, nullptr};
+
+object_value const* canonical(bool v) {
+    return shared_value(g_booleans[v], [v] { return new object_value_boolean(v); });
 }
 } // namespace
 } // namespace internal
 
-Boolean::Boolean(bool v) : Any(Any::borrow(v ? internal::booleans().yes : internal::booleans().no)) {}
+Boolean::Boolean(bool v) : Any(Any::borrow(internal::canonical(v))) {}
 
 bool Boolean::value() const noexcept {
     return get() != nullptr && static_cast<internal::object_value_boolean const*>(get())->value;
 }
 
-bool Boolean::isTrue() const noexcept { return get() != nullptr && get() == internal::booleans().yes; }
+// Before the canonical true exists, nothing can be it.
+bool Boolean::isTrue() const noexcept {
+    return get() != nullptr && get() == internal::g_booleans[1].load(std::memory_order_acquire);
+}
 
 Boolean Boolean::from(Any const& value) {
     using namespace internal;

@@ -3,7 +3,6 @@
 
 #include <charconv>
 #include <cmath>
-#include <cstdlib>
 
 namespace tesk {
 
@@ -28,7 +27,10 @@ void append_float_repr(std::string& out, double v) {
     auto end = std::to_chars(buffer, buffer + sizeof buffer, v, std::chars_format::scientific).ptr;
     std::string_view sci(buffer, static_cast<std::size_t>(end - buffer));
     std::size_t e = sci.find('e');
-    int exponent = std::atoi(sci.data() + e + 1);
+    int exponent = 0;
+    std::string_view exponent_text = sci.substr(e + 1);
+    if (exponent_text.front() == '+') exponent_text.remove_prefix(1);
+    std::from_chars(exponent_text.data(), exponent_text.data() + exponent_text.size(), exponent);
     std::string_view mantissa = sci.substr(0, e);
     if (mantissa.front() == '-') {
         out += '-';

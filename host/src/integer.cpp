@@ -16,21 +16,12 @@ namespace {
 constexpr std::int64_t small_min = -5;
 constexpr std::int64_t small_max = 1024;
 
-struct small_integers {
-    object_value const* values[small_max - small_min + 1];
-    small_integers() {
-        for (std::int64_t v = small_min; v <= small_max; ++v)
-            values[v - small_min] = immortal(new object_value_integer(static_cast<std::uint64_t>(v), false));
-    }
-};
-small_integers const& small() {
-    static small_integers const cache;
-    return cache;
-}
+std::atomic<object_value const*> g_small[small_max - small_min + 1] = {};
 
 Any box(std::int64_t v) {
-    if (v >= small_min && v <= small_max) return Any::borrow(small().values[v - small_min]);
-    return Any::adopt(new object_value_integer(static_cast<std::uint64_t>(v), false));
+    if (v < small_min || v > small_max) return Any::adopt(new object_value_integer(static_cast<std::uint64_t>(v), false));
+    return Any::borrow(shared_value(g_small[v - small_min],
+                                    [v] { return new object_value_integer(static_cast<std::uint64_t>(v), false); }));
 }
 
 object_value_integer const* integer_of(Any const& v) noexcept {

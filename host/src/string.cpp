@@ -60,10 +60,11 @@ int utf8_sequence(unsigned char const* p, std::size_t available) noexcept {
 namespace {
 
 // The empty string, shared by every String() and every empty result.
+std::atomic<object_value const*> g_empty_string{nullptr};
+
 object_value_bytes const* empty_string_record() {
-    static object_value_bytes const* const record =
-        static_cast<object_value_bytes const*>(immortal(object_value_bytes::make(Kind::String, "", 0)));
-    return record;
+    return static_cast<object_value_bytes const*>(
+        shared_value(g_empty_string, [] { return object_value_bytes::make(Kind::String, "", 0); }));
 }
 
 Any make_string(char const* data, std::size_t size) {

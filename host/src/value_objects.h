@@ -179,12 +179,20 @@ private:
 };
 
 // ---------------------------------------------------------------------------
-// An object that is never destroyed: it keeps one reference of its own.
-// Used for the canonical booleans, the small integers, the empty string and
-// the undefined value.
-inline object_value const* immortal(object_value const* p) noexcept {
-    p->retain();
-    return p;
+// A value made once and never destroyed (the canonical booleans, the small
+// integers, the empty string, the undefined value): the slot keeps the
+// reference the value was created with. No function-local static is
+// involved, because making the first such value may build the built-in
+// classes, which make such values themselves; if two calls race (or nest),
+// the first to publish wins and the other drops its copy.
+template <class Make> object_value const* shared_value(std::atomic<object_value const*>& slot, Make&& make) {
+    object_value const* published = slot.load(std::memory_order_acquire);
+    if (published != nullptr) return published;
+    object_value const* fresh = make();
+    if (slot.compare_exchange_strong(published, fresh, std::memory_order_acq_rel, std::memory_order_acquire))
+        return fresh;
+    fresh->release();
+    return published;
 }
 
 // Python-style text of a double: the shortest text that reads back the same,

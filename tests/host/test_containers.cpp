@@ -1,0 +1,161 @@
+// Containers: List, Tuple, HashMap, HashSet.
+#include <gtest/gtest.h>
+#include "host_test_support.h"
+
+#include <thread>
+#include <vector>
+
+using namespace tesk;
+
+namespace {
+
+std::vector<std::string> keys_of(HashMap const& map) {
+    std::vector<std::string> out;
+    for (auto const& [k, v] : map.items()) out.push_back(display(k).toUtf8());
+    return out;
+}
+
+TEST(ListContainer, AppendSetAtAndOrder) {
+    List list{Integer(1), String("two")};
+    list.append(Float(3.5));
+    ASSERT_EQ(list.size(), 3u);
+    EXPECT_EQ(display(list), "[1, two, 3.5]");
+    list.set(1, Integer(2));
+    list.set(7, Integer(9)); // out of range: nothing happens
+    EXPECT_EQ(display(list), "[1, 2, 3.5]");
+    EXPECT_EQ(Integer::cast(list.at(0)).value().value(), 1);
+    std::vector<Any> copy = list.copyItems();
+    list.append(Any());
+    EXPECT_EQ(copy.size(), 3u); // a snapshot
+    EXPECT_TRUE(list.elementType().isUntyped());
+}
+
+TEST(ListContainer, BadIndexGivesAnErrorAndChangesNothing) {
+    List list{Integer(10)};
+    for (std::int64_t index : {std::int64_t{-1}, std::int64_t{1}, INT64_MAX}) {
+        Any r = list.at(index);
+        ASSERT_TRUE(r.isError());
+        EXPECT_EQ(r.error().message(), String("Index out of range: {}.").arg(index));
+    }
+    EXPECT_EQ(display(list), "[10]");
+}
+
+TEST(ListContainer, ConcurrentAppendsAreAllKept) {
+    List list;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&list, t] {
+            for (int i = 0; i < 1000; ++i) list.append(Integer(t * 1000 + i));
+        });
+    for (auto& t : threads) t.join();
+    ASSERT_EQ(list.size(), 4000u);
+    HashSet distinct;
+    for (Any const& v : list.copyItems()) ASSERT_FALSE(distinct.insert(v).isError());
+    EXPECT_EQ(distinct.size(), 4000u);
+}
+
+TEST(TupleContainer, FixedItems) {
+    Tuple t{Integer(1), String("a")};
+    ASSERT_EQ(t.size(), 2u);
+    EXPECT_EQ(display(t[1]), "a");
+    EXPECT_EQ(t.items().size(), 2u);
+    EXPECT_EQ(display(t), "(1, a)");
+    EXPECT_EQ(display(Tuple{Integer(1)}), "(1,)");
+    EXPECT_EQ(display(Tuple{}), "()");
+}
+
+TEST(HashMapContainer, KeepsInsertionOrderAndReplacesInPlace) {
+    HashMap map;
+    for (char const* k : {"b", "a", "c"}) ASSERT_FALSE(map.set(String(k), String(k)).isError());
+    ASSERT_FALSE(map.set(String("a"), Integer(1)).isError());
+    EXPECT_EQ(keys_of(map), (std::vector<std::string>{"b", "a", "c"}));
+    EXPECT_EQ(display(map), "{b: b, a: 1, c: c}");
+    EXPECT_TRUE(map.remove(String("b")));
+    EXPECT_FALSE(map.remove(String("b")));
+    ASSERT_FALSE(map.set(String("b"), Integer(2)).isError());
+    EXPECT_EQ(keys_of(map), (std::vector<std::string>{"a", "c", "b"}));
+    EXPECT_EQ(map.size(), 3u);
+    EXPECT_TRUE(map.find(String("zz")).isNone());
+}
+
+TEST(HashMapContainer, EqualNumbersOfAnyKindAreOneKey) {
+    HashMap map;
+    ASSERT_FALSE(map.set(Integer(1), String("int")).isError());
+    ASSERT_FALSE(map.set(Float(1.0), String("float")).isError());
+    ASSERT_FALSE(map.set(Integer::fromUnsigned(1), String("unsigned")).isError());
+    ASSERT_FALSE(map.set(Decimal::fromString(String("1.000")), String("decimal")).isError());
+    EXPECT_EQ(map.size(), 1u);
+    EXPECT_EQ(display(map), "{1: decimal}");
+    EXPECT_TRUE(map.contains(Float(1.0)));
+    EXPECT_FALSE(map.contains(Boolean(true))); // booleans are not numbers
+    EXPECT_FALSE(map.contains(String("1")));
+    // Tuples are keys by their items.
+    ASSERT_FALSE(map.set(Tuple{String("x"), Integer(2)}, String("pair")).isError());
+    EXPECT_EQ(display(map.find(Tuple{String("x"), Float(2.0)})), "pair");
+}
+
+TEST(HashMapContainer, MutableKeysAreRefusedAndNothingIsLost) {
+    HashMap map;
+    ASSERT_FALSE(map.set(String("kept"), Integer(1)).isError());
+    List mutable_key{Integer(1)};
+    for (Any key : {Any(mutable_key), Any(HashMap()), Any(HashSet()), Any(Tuple{String("a"), List()})}) {
+        auto r = map.set(key, Integer(2));
+        ASSERT_TRUE(r.isError());
+        EXPECT_EQ(r.error().message(), String("Unhashable key: {}.").arg(key));
+    }
+    EXPECT_EQ(display(map), "{kept: 1}");
+    EXPECT_TRUE(HashSet().insert(List()).isError());
+}
+
+TEST(HashMapContainer, ManyInsertionsAndRemovalsStayConsistent) {
+    HashMap map;
+    constexpr int count = 5000;
+    for (int i = 0; i < count; ++i) ASSERT_FALSE(map.set(String("key" + std::to_string(i)), Integer(i)).isError());
+    for (int i = 0; i < count; i += 2) ASSERT_TRUE(map.remove(String("key" + std::to_string(i))));
+    ASSERT_EQ(map.size(), static_cast<std::size_t>(count / 2));
+    for (int i = 0; i < count; ++i) {
+        Any found = map.find(String("key" + std::to_string(i)));
+        if (i % 2 == 0)
+            ASSERT_TRUE(found.isNone()) << i;
+        else
+            ASSERT_EQ(Integer::cast(found).value().value(), i);
+    }
+    auto items = map.items();
+    ASSERT_EQ(items.size(), static_cast<std::size_t>(count / 2));
+    EXPECT_EQ(display(items.front().first), "key1");
+    EXPECT_EQ(display(items.back().first), "key4999");
+}
+
+TEST(HashMapContainer, ConcurrentWritersAndReaders) {
+    HashMap map;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&map, t] {
+            for (int i = 0; i < 500; ++i) {
+                String key("k" + std::to_string(i));
+                (void)map.set(key, Integer(t));
+                (void)map.find(key);
+                if (i % 3 == 0) map.remove(key);
+            }
+        });
+    for (auto& t : threads) t.join();
+    for (auto const& [k, v] : map.items()) EXPECT_TRUE(map.contains(k));
+    EXPECT_LE(map.size(), 500u);
+}
+
+TEST(HashSetContainer, InsertContainsRemove) {
+    HashSet set;
+    EXPECT_TRUE(set.insert(String("a")).as<Boolean>().value());
+    EXPECT_FALSE(set.insert(String("a")).as<Boolean>().value());
+    EXPECT_TRUE(set.insert(Integer(2)).as<Boolean>().value());
+    EXPECT_FALSE(set.insert(Float(2.0)).as<Boolean>().value());
+    EXPECT_TRUE(set.insert(Any()).as<Boolean>().value());
+    EXPECT_TRUE(set.contains(Any()));
+    EXPECT_EQ(set.size(), 3u);
+    EXPECT_EQ(display(set), "{a, 2, None}");
+    EXPECT_TRUE(set.remove(Integer(2)));
+    EXPECT_FALSE(set.contains(Float(2.0)));
+    EXPECT_EQ(set.items().size(), 2u);
+}
+
+} // namespace
