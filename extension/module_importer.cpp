@@ -1,7 +1,7 @@
 // The meta-path importer of host modules.
 #include "extension/module_importer.h"
 
-#include "extension/boundary.h"
+#include "extension/slot_guard.h"
 #include "extension/python_dict.h"
 #include "language/errors.h"
 
@@ -44,7 +44,7 @@ Union<String, None> host_name(PyObject* name) {
 bool in_tesk_namespace(String const& name) { return name == "tesk" || name.startsWith("tesk."); }
 
 PyObject* tesk_has_module(PyObject* /*self*/, PyObject* name) noexcept {
-    return python_entry<PyObject*>(nullptr, [&]() -> PyObject* {
+    return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
         if (!PyUnicode_Check(name)) return Py_False;
         auto text = host_name(name);
         if (!text) return nullptr;
@@ -55,7 +55,7 @@ PyObject* tesk_has_module(PyObject* /*self*/, PyObject* name) noexcept {
 }
 
 PyObject* tesk_create_module(PyObject* /*self*/, PyObject* name) noexcept {
-    return python_entry<PyObject*>(nullptr, [&]() -> PyObject* {
+    return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
         if (!PyUnicode_Check(name)) {
             PyErr_SetString(PyExc_TypeError, "Tesk module name must be a string.");
             return nullptr;

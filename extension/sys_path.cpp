@@ -1,7 +1,7 @@
 // Module search paths.
 #include "extension/sys_path.h"
 
-#include "extension/boundary.h"
+#include "extension/host_entry.h"
 #include "extension/platform.h"
 #include "extension/python_ref.h"
 #include "language/errors.h"

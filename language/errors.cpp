@@ -4,10 +4,10 @@
 // carrying the Error itself so that the very same object comes back.
 #include "language/errors.h"
 
+#include "extension/python_class_slot.h"
 #include "from_python/from_python.h"
 #include "to_python/wrapper.h"
 
-#include <atomic>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -45,29 +45,13 @@ String text_of(PyObject* str) {
     return String::fromUtf8(PyBytes_AS_STRING(bytes.get()), static_cast<std::size_t>(PyBytes_GET_SIZE(bytes.get())));
 }
 
-// traceback.format_exception, looked up on first need and kept. No C++
-// one-time guard here: the import runs Python code, which may hand the
-// interpreter lock to another thread that then needs this very function.
-PyObject* format_exception_function() {
-    static std::atomic<PyObject*> cached{nullptr};
-    if (PyObject* function = cached.load(std::memory_order_acquire)) return function;
-    PyObjectPtr module = PyObjectPtr::steal(PyImport_ImportModule("traceback"));
-    PyObjectPtr function = module ? PyObjectPtr::steal(PyObject_GetAttrString(module.get(), "format_exception"))
-                                  : PyObjectPtr();
-    if (!function) {
-        PyErr_Clear();
-        return nullptr;
-    }
-    PyObject* expected = nullptr;
-    // Kept for the process: the reference is never released.
-    if (cached.compare_exchange_strong(expected, function.get(), std::memory_order_acq_rel)) return function.release();
-    return expected;
-}
+// traceback.format_exception, looked up on first need and kept.
+python_class_slot format_exception_function{"traceback", "format_exception"};
 
 // Python's full report of a syntax error: the file and line, the source line,
 // the caret line and the closing line; empty when it cannot be made.
 String formatted_report(PyObject* exception) {
-    PyObject* format = format_exception_function();
+    PyObject* format = format_exception_function.get();
     if (format == nullptr) return String();
     PyObjectPtr lines = PyObjectPtr::steal(PyObject_CallFunctionObjArgs(format, exception, nullptr));
     PyObjectPtr empty = PyObjectPtr::steal(PyUnicode_FromString(""));

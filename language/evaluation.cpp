@@ -3,7 +3,7 @@
 // from the host's modules and the caller's scope.
 #include "language/evaluation.h"
 
-#include "extension/boundary.h"
+#include "extension/host_entry.h"
 #include "extension/python_dict.h"
 #include "extension/startup.h"
 #include "from_python/from_python.h"

@@ -2,7 +2,7 @@
 // available yet; rendering values as source text is.
 #include "language/module_lookup.h"
 
-#include "extension/boundary.h"
+#include "extension/host_entry.h"
 #include "extension/python_ref.h"
 #include "extension/startup.h"
 #include "from_python/python_object.h"

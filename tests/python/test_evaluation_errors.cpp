@@ -1,0 +1,167 @@
+// Failed evaluations: positions in the caller's code, messages, host errors
+// through Python and back, and exceptions that are not errors.
+#include "language_test_support.h"
+
+namespace tesk::cpython::testing {
+namespace {
+
+HashMap out_locals(int count) {
+    HashMap map;
+    for (int i = 0; i < count; ++i) (void)map.set(String("o" + std::to_string(i)), Integer(i));
+    return map;
+}
+
+// Error positions must not depend on how many lines the generated program
+// puts in front of the caller's code.
+class ErrorPositions : public ::testing::TestWithParam<int> {
+protected:
+    Any run(char const* code) { return evaluate(code, scope_of(Any(), Any(), out_locals(GetParam()))); }
+};
+
+TEST_P(ErrorPositions, SyntaxErrorIsAtTheCallersLineAndColumn) {
+    Any result = run("x = 1\ny = = 2\nreturn y");
+    position p = position_of(result);
+    EXPECT_EQ(p.line, 2);
+    // Python points at the second "=": column 5 of "y = = 2".
+    EXPECT_EQ(p.column, 5);
+    EXPECT_GE(p.length, 0);
+    std::string message = error_message(result);
+    EXPECT_NE(message.find("File \"<string>\""), std::string::npos) << message;
+    EXPECT_NE(message.find("SyntaxError: invalid syntax"), std::string::npos) << message;
+}
+
+TEST_P(ErrorPositions, NameErrorHasALineAndNoColumn) {
+    Any result = run("a = 1\nb = 2\nreturn missing_name");
+    EXPECT_EQ(error_message(result), "name 'missing_name' is not defined");
+    position p = position_of(result);
+    EXPECT_EQ(p.line, 3);
+    EXPECT_EQ(p.column, -1);
+}
+
+TEST_P(ErrorPositions, ErrorRaisedInsideANestedFunctionIsAtItsLine) {
+    Any result = run("def f():\n    raise ValueError('deep')\nreturn f()");
+    EXPECT_EQ(error_message(result), "deep");
+    EXPECT_EQ(position_of(result).line, 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(OutLocalCounts, ErrorPositions, ::testing::Values(0, 1, 2));
+
+TEST(EvaluationErrors, ExpressionErrorsArePlacedInTheExpression) {
+    Any syntax = evaluate_expression("1 +* 2");
+    position p = position_of(syntax);
+    EXPECT_EQ(p.line, 1);
+    EXPECT_EQ(p.column, 4);
+    Any runtime = evaluate_expression("1 / 0");
+    EXPECT_EQ(error_message(runtime), "division by zero");
+    EXPECT_EQ(position_of(runtime).line, 1);
+}
+
+TEST(EvaluationErrors, ErrorInLibraryCodeIsPlacedAtTheCallersLine) {
+    // json's decoding error has its own lineno (in the JSON text); the line
+    // reported is the line of the caller's code that called json.
+    Any result = evaluate("import json\n\njson.loads('{')");
+    EXPECT_EQ(position_of(result).line, 3);
+}
+
+TEST(EvaluationErrors, EmptyMessageStaysEmpty) {
+    Any result = evaluate("raise ValueError()");
+    EXPECT_EQ(error_message(result), "");
+}
+
+TEST(EvaluationErrors, ExceptionWhoseStrRaisesStillGivesAnError) {
+    Any result = evaluate("class BadStr(Exception):\n"
+                          "    def __str__(self):\n"
+                          "        raise RuntimeError('no str')\n"
+                          "raise BadStr()");
+    EXPECT_NE(error_message(result).find("BadStr"), std::string::npos) << error_message(result);
+    EXPECT_EQ(position_of(result).line, 4);
+}
+
+TEST(EvaluationErrors, SystemExitAndKeyboardInterruptDoNotEscape) {
+    for (char const* code : {"raise SystemExit(3)", "raise KeyboardInterrupt()", "import sys\nsys.exit(1)"}) {
+        Any result = evaluate(code);
+        EXPECT_EQ(error_message(result), Error::unknown().message().toUtf8()) << code;
+        EXPECT_GE(position_of(result).line, 1) << code;
+    }
+    // The process is still here and Python still works.
+    EXPECT_EQ(integer_of(evaluate_expression("2 + 2")), 4);
+}
+
+TEST(EvaluationErrors, InvalidUtf8CodeIsRefused) {
+    char const bytes[] = "return '\xff\xfe'";
+    Any result = evaluate(String::fromRawDataUnsafe(bytes, sizeof(bytes) - 1));
+    EXPECT_EQ(error_message(result), "The code is not valid UTF-8 text.");
+    Any expression = evaluate_expression(String::fromRawDataUnsafe(bytes + 7, sizeof(bytes) - 8));
+    EXPECT_EQ(error_message(expression), "The code is not valid UTF-8 text.");
+}
+
+TEST(EvaluationErrors, NulInCodeIsReportedNotCutOff) {
+    char const bytes[] = "return 1\0 + 1";
+    Any result = evaluate(String::fromRawDataUnsafe(bytes, sizeof(bytes) - 1));
+    EXPECT_TRUE(result.isError());
+}
+
+// A host error class derived from Error, made the way host libraries make theirs.
+Class_Generic failure_class() {
+    static Class_Generic const cls = [] {
+        class_builder_base builder("H4TestFailure");
+        builder.bases({Error::getClass()});
+        Any built = internal::result_unwrap_lazy(builder.build());
+        EXPECT_TRUE(Class_Generic::test(built)) << display(built).toUtf8();
+        return Class_Generic::unsafe(built);
+    }();
+    return cls;
+}
+
+Any failing_callable(Error const& error) {
+    return internal::make_function_callable([error](std::span<Any const>) -> Any { return error; },
+                                            internal::make_signature(Type::untyped(), {}), "fail");
+}
+
+TEST(HostErrors, TheSameErrorObjectComesBack) {
+    Error original = Error::ofClass(failure_class(), "boom");
+    original.setValue(Integer(7));
+    EvaluationScope scope = scope_of(map_of({{"fail", failing_callable(original)}}));
+    Any caught = evaluate("try:\n    fail()\nexcept RuntimeError as e:\n    return e", scope);
+    ASSERT_TRUE(caught.isError());
+    EXPECT_TRUE(caught.isSame(original));
+    EXPECT_TRUE(raw_class_of(caught).isSame(failure_class()));
+}
+
+TEST(HostErrors, DerivedErrorsGetTheirOwnRuntimeErrorType) {
+    Error original = Error::ofClass(failure_class(), "boom");
+    EvaluationScope scope = scope_of(map_of({{"fail", failing_callable(original)}}));
+    Any names = evaluate("try:\n    fail()\nexcept RuntimeError as e:\n"
+                         "    return [type(e).__module__, type(e).__name__, str(e), issubclass(type(e), RuntimeError)]",
+                         scope);
+    EXPECT_EQ(string_of(call_language("toCode", {names})), "['tesk', 'H4TestFailure', '', True]");
+    // One type per host class.
+    Any same = evaluate("types = set()\nfor _ in range(3):\n    try:\n        fail()\n"
+                        "    except RuntimeError as e:\n        types.add(type(e))\nreturn len(types)",
+                        scope);
+    EXPECT_EQ(integer_of(same), 1);
+}
+
+TEST(HostErrors, UnhandledHostErrorKeepsItsMessageWithAPosition) {
+    Error original = Error::ofClass(failure_class(), "boom");
+    Any result = evaluate("x = 1\nfail()", scope_of(map_of({{"fail", failing_callable(original)}})));
+    EXPECT_EQ(error_message(result), "boom");
+    EXPECT_EQ(position_of(result).line, 2);
+}
+
+TEST(HostErrors, PlainErrorIsARuntimeErrorWithItsMessage) {
+    EvaluationScope scope = scope_of(map_of({{"fail", failing_callable(Error("plain"))}}));
+    EXPECT_EQ(string_of(evaluate("try:\n    fail()\nexcept RuntimeError as e:\n    return str(e)", scope)), "plain");
+    Any unhandled = evaluate("fail()", scope);
+    EXPECT_EQ(error_message(unhandled), "plain");
+}
+
+TEST(HostErrors, PythonExceptionsBecomeHostErrors) {
+    Any error = evaluate("return ValueError('x')");
+    EXPECT_EQ(error_message(error), "x");
+    Any stop = evaluate("return StopIteration()");
+    EXPECT_TRUE(StopIteration::test(stop));
+}
+
+} // namespace
+} // namespace tesk::cpython::testing
