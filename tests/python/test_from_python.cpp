@@ -76,9 +76,9 @@ TEST_F(FromPython, IntegersInTheSignedRangeAndBeyond) {
     expect_integer("fractions.Fraction(1, 2)", 0); // truncated
     expect_integer("fractions.Fraction(-7, 2)", -3);
     // Out of range: Python's own overflow error, nothing pending, nothing wrapped.
-    expect_error("2**63", "too large");
-    expect_error("-2**63 - 1", "too large");
-    expect_error("2**64 - 1", "too large");
+    expect_error("2**63", "too big");
+    expect_error("-2**63 - 1", "too big");
+    expect_error("2**64 - 1", "too big");
     expect_error("complex(1, 2)", "complex");
     expect_error("BadInt()", "no integer here");
 }

@@ -26,10 +26,20 @@ protected:
         ASSERT_TRUE(wrapped);
         bind(name, wrapped.get());
     }
+    // The text of the exception that the expression raises.
     std::string raised_by(char const* expression) {
         PyObjectPtr result = PyObjectPtr::steal(PyRun_String(expression, Py_eval_input, scope(), scope()));
         EXPECT_FALSE(result) << expression << " did not raise";
         return take_exception_text();
+    }
+    // Whether it raises RuntimeError or a type derived from it (host errors
+    // of derived classes raise types of their own).
+    bool raises_runtime_error(char const* expression) {
+        PyObjectPtr result = PyObjectPtr::steal(PyRun_String(expression, Py_eval_input, scope(), scope()));
+        bool matches = !result && PyErr_ExceptionMatches(PyExc_RuntimeError);
+        std::string text = take_exception_text();
+        EXPECT_TRUE(matches) << expression << " raised " << text;
+        return matches;
     }
 };
 
@@ -44,9 +54,9 @@ TEST_F(Wrapper, CallsPassPositionalOrNamedArguments) {
     EXPECT_TRUE(equal(eval("f(1, 2, **{})").get(), eval("12").get()));
     EXPECT_TRUE(equal(eval("f(1, 2, **{'': 5})").get(), eval("12").get()));
     // What the host refuses is raised, with the host's message.
-    EXPECT_EQ(raised_by("f(1)").rfind("RuntimeError", 0), 0u);
-    EXPECT_EQ(raised_by("f(a=1, c=2)").rfind("RuntimeError", 0), 0u);
-    EXPECT_EQ(raised_by("f('x', 2)").rfind("RuntimeError", 0), 0u);
+    EXPECT_TRUE(raises_runtime_error("f(1)"));
+    EXPECT_TRUE(raises_runtime_error("f(a=1, c=2)"));
+    EXPECT_TRUE(raises_runtime_error("f('x', 2)"));
 }
 
 TEST_F(Wrapper, CallResultsConvertAndErrorsAreRaised) {
