@@ -64,16 +64,23 @@ run eval $'x = 1\ny = (' --out a=1 --out b=2
 expect_status 1
 expect_stdout_empty
 expect_stderr_contains "error: "
-expect_stderr_contains "at line 2, column"
+expect_stderr_contains "'(' was never closed"
+expect_stderr_last_line "at line 2, column 5"
 
+run expr "1 + * 2"
+expect_status 1
+expect_stderr_contains "invalid syntax"
+expect_stderr_last_line "at line 1, column 5"
+
+# Python gives no column here.
 run expr "1 +"
 expect_status 1
-expect_stderr_contains "at line 1, column"
+expect_stderr_last_line "at line 1"
 
 run eval $'x = 1\nraise ValueError("bad value")'
 expect_status 1
-expect_stderr_contains "bad value"
-expect_stderr_contains "at line 2"
+expect_stderr_first_line "error: bad value"
+expect_stderr_last_line "at line 2"
 
 run expr "x = 1"
 expect_status 1

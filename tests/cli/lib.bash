@@ -77,6 +77,12 @@ expect_stderr_first_line() {
     [ "$(head -n 1 "$WORK/stderr")" = "$1" ] || fail "first line of standard error is not: $1"
 }
 
+# The last line of standard error is exactly this.
+expect_stderr_last_line() {
+    check true
+    [ "$(tail -n 1 "$WORK/stderr")" = "$1" ] || fail "last line of standard error is not: $1"
+}
+
 # Whether this build can evaluate Python yet: the extension may still lack
 # its language class, and then says so.
 python_available() {

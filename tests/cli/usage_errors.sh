@@ -29,7 +29,8 @@ expect_usage_error "missing the expression to evaluate" expr
 expect_usage_error "missing the block to run" eval --sandbox
 expect_usage_error "unexpected argument '2'" expr 1 2
 expect_usage_error "give the code either as an argument or with -f, not both" eval "return 1" -f code.py
-expect_usage_error "option -f given twice" eval -f a.py --file b.py
+expect_usage_error "option --file given twice" eval -f a.py --file b.py
+expect_usage_error "option -f given twice" eval -f a.py -f b.py
 expect_usage_error "option --extension given twice" expr 1 --extension a.so --extension=b.so
 
 finish
