@@ -7,7 +7,7 @@
 namespace brimora {
 
 int report_error(tesk::Error const& error) {
-    std::cerr << "error: " << error.message().asChars() << '\n';
+    std::cerr << "error: " << error.message().trimmed().asChars() << '\n';
     if (auto evaluationError = tesk::EvaluationError::cast(error)) {
         if (auto line = evaluationError.value().line()) {
             std::cerr << "at line " << line.value().value();

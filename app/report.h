@@ -5,9 +5,9 @@
 
 namespace brimora {
 
-// Prints "error: MESSAGE" on standard error, then "at line L, column C" (or
-// "at line L") for an EvaluationError that has a position. Gives the exit
-// status of a failure, 1.
+// Prints "error: MESSAGE" (without surrounding blanks) on standard error,
+// then "at line L, column C" (or "at line L") for an EvaluationError that has
+// a position. Gives the exit status of a failure, 1.
 int report_error(tesk::Error const& error);
 
 // Prints the result as Python source on standard output, then one line

@@ -45,43 +45,40 @@ expect_status() {
     [ "$status" -eq "$1" ] || fail "exit status $status, expected $1"
 }
 
-# The standard output is exactly these lines.
-expect_stdout_lines() {
+# Checks on one stream, "stdout" or "stderr".
+# The stream holds exactly these lines.
+expect_lines() {
+    local stream=$1
+    shift
     check true
-    printf '%s\n' "$@" | cmp -s - "$WORK/stdout" || fail "standard output is not: $(printf '[%s] ' "$@")"
+    printf '%s\n' "$@" | cmp -s - "$WORK/$stream" || fail "$stream is not: $(printf '[%s] ' "$@")"
+}
+expect_empty() {
+    check true
+    [ ! -s "$WORK/$1" ] || fail "$1 is not empty"
+}
+expect_contains() {
+    check true
+    grep -qF -- "$2" "$WORK/$1" || fail "$1 lacks: $2"
+}
+# The first or last line is exactly this.
+expect_first_line() {
+    check true
+    [ "$(head -n 1 "$WORK/$1")" = "$2" ] || fail "first line of $1 is not: $2"
+}
+expect_last_line() {
+    check true
+    [ "$(tail -n 1 "$WORK/$1")" = "$2" ] || fail "last line of $1 is not: $2"
 }
 
-expect_stdout_empty() {
-    check true
-    [ ! -s "$WORK/stdout" ] || fail "standard output is not empty"
-}
-
-expect_stderr_empty() {
-    check true
-    [ ! -s "$WORK/stderr" ] || fail "standard error is not empty"
-}
-
-expect_stdout_contains() {
-    check true
-    grep -qF -- "$1" "$WORK/stdout" || fail "standard output lacks: $1"
-}
-
-expect_stderr_contains() {
-    check true
-    grep -qF -- "$1" "$WORK/stderr" || fail "standard error lacks: $1"
-}
-
-# The first line of standard error is exactly this.
-expect_stderr_first_line() {
-    check true
-    [ "$(head -n 1 "$WORK/stderr")" = "$1" ] || fail "first line of standard error is not: $1"
-}
-
-# The last line of standard error is exactly this.
-expect_stderr_last_line() {
-    check true
-    [ "$(tail -n 1 "$WORK/stderr")" = "$1" ] || fail "last line of standard error is not: $1"
-}
+expect_stdout_lines() { expect_lines stdout "$@"; }
+expect_stderr_lines() { expect_lines stderr "$@"; }
+expect_stdout_empty() { expect_empty stdout; }
+expect_stderr_empty() { expect_empty stderr; }
+expect_stdout_contains() { expect_contains stdout "$1"; }
+expect_stderr_contains() { expect_contains stderr "$1"; }
+expect_stderr_first_line() { expect_first_line stderr "$1"; }
+expect_stderr_last_line() { expect_last_line stderr "$1"; }
 
 # Whether this build can evaluate Python yet: the extension may still lack
 # its language class, and then says so.

@@ -21,6 +21,12 @@ run expr 1 --extension "$WORK/fake.so"
 expect_status 1
 expect_stderr_contains "error: Cannot load the Python extension: $WORK/fake.so:"
 
+# An extension that registers no language.
+run eval "return 1" --extension "$(dirname "$BRIMORA")/libbrimora_empty_extension.so"
+expect_status 1
+expect_stdout_empty
+expect_stderr_lines "error: Python evaluation is not available (yet): the extension registered no module tesk.cpython."
+
 run eval -f /nonexistent/code.py
 expect_status 1
 expect_stdout_empty
