@@ -11,13 +11,22 @@ namespace tesk::cpython {
 // that holds the lock already may take it again.
 class gil_guard {
 public:
-    gil_guard() noexcept : state_(PyGILState_Ensure()) {}
-    ~gil_guard() { PyGILState_Release(state_); }
+    // A thread whose Python thread state is attached holds the lock already;
+    // most guards are nested (every conversion inside a call from Python takes
+    // one), so they skip the PyGILState bookkeeping, which costs more than the
+    // conversion of a small value.
+    gil_guard() noexcept : nested_(PyThreadState_GetUnchecked() != nullptr) {
+        if (!nested_) state_ = PyGILState_Ensure();
+    }
+    ~gil_guard() {
+        if (!nested_) PyGILState_Release(state_);
+    }
     gil_guard(gil_guard const&) = delete;
     gil_guard& operator=(gil_guard const&) = delete;
 
 private:
-    PyGILState_STATE state_;
+    bool nested_;
+    PyGILState_STATE state_ = PyGILState_UNLOCKED;
 };
 
 // A reference that this code does not own.

@@ -3,7 +3,7 @@
 // The tests below run in a fixed order, and the first that applies decides:
 // a bool is an int and a bytes object is a sequence, so the order is what
 // makes each Python value arrive as the host value that fits it best. The
-// four commonest exact types are answered before the ordered tests; they
+// commonest exact built-in types are answered before the ordered tests; they
 // cannot match any test ahead of their own, so the result is the same.
 #include "from_python/from_python.h"
 
@@ -66,6 +66,11 @@ Any convert(PyObject* object) {
     if (type == &PyUnicode_Type) return string_from_python(object);
     if (type == &PyFloat_Type) return float_from_python(object);
     if (type == &PyBool_Type) return Boolean(object == Py_True);
+    // The built-in containers skip the instance checks against the decimal
+    // and date classes, each of which looks up `__class__` on a miss.
+    if (type == &PyTuple_Type || type == &PyList_Type) return sequence_proxy(object);
+    if (type == &PyDict_Type) return mapping_proxy(object);
+    if (type == &PySet_Type) return set_proxy(object);
     return convert_in_order(object);
 }
 

@@ -122,8 +122,9 @@ void set_pyobj(Any const& value, PyObject* object) {
 }
 
 Any make_python_object(Class_Generic const& cls, PyObject* object) {
+    // `cls` is CPythonObject or derived from it, so the class was built and
+    // its record published by cpython_object_class already.
     gil_guard gil;
-    cpython_object_class(); // publishes the record that recognises instances
     Any instance = cls.allocateInstance();
     if (instance.isError()) return instance;
     set_pyobj(instance, object);
