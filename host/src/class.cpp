@@ -12,8 +12,28 @@ namespace internal {
 
 // ---- object_value_class ------------------------------------------------------
 
+namespace {
+// Every class record ever made. Records are immortal: each keeps one
+// reference of its own and stays listed here, so raw pointers to it stay
+// valid and leak checkers see it as reachable. Guarded by its spinlock;
+// never destroyed.
+struct record_list {
+    spinlock lock;
+    std::vector<object_value_class const*> records;
+};
+record_list& all_records() {
+    static auto* list = new record_list();
+    return *list;
+}
+} // namespace
+
 object_value_class::object_value_class(String n, std::uint64_t t)
-    : object_value(Kind::Class, builtin_class(builtin::class_)), name(std::move(n)), qualname(name), traits(t) {}
+    : object_value(Kind::Class, builtin_class(builtin::class_)), name(std::move(n)), qualname(name), traits(t) {
+    retain();
+    auto& list = all_records();
+    std::lock_guard guard(list.lock);
+    list.records.push_back(this);
+}
 
 object_value_class::~object_value_class() = default;
 

@@ -138,7 +138,7 @@ Result<Class_Generic> defclass_impl(List const& entries) {
     String name = String::unsafe(items[0]);
 
     auto* record = new object_value_class(name);
-    Class_Generic cls = Class_Generic::unsafe(Any::adopt(record)); // freed again if the list is refused
+    Class_Generic cls = Class_Generic::unsafe(Any::adopt(record)); // records are immortal, refused ones too
     class_plan plan;
     for (std::size_t i = 1; i < items.size(); ++i) {
         auto e = List::cast(items[i]);
@@ -161,8 +161,6 @@ Result<Class_Generic> defclass_impl(List const& entries) {
         if (r.isError()) return r;
     }
 
-    // Published: from here on the class lives for the whole process.
-    record->retain();
     internal::class_records_changed();
     register_type(cls);
     if (module.is<Module>()) module.as<Module>().addClass(name, cls);
