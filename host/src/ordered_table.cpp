@@ -32,10 +32,11 @@ bool is_plain(Any const& v) {
 } // namespace
 
 std::optional<bool> plain_key_equality(Any const& a, Any const& b) {
+    bool a_plain = is_plain(a), b_plain = is_plain(b);
+    if (!a_plain || !b_plain) return std::nullopt; // a class override may decide
     // Text keys are the common case: a String equals only a String.
     if (a.kind() == Kind::String) return b.kind() == Kind::String && bytes_of(a)->view() == bytes_of(b)->view();
-    if (is_plain(a) && is_plain(b)) return equals(a, b);
-    return std::nullopt;
+    return equals(a, b);
 }
 
 // Fibonacci hashing: the top bits of hash × 2^64/φ, so that even poor hashes

@@ -127,7 +127,7 @@ TEST(Display, TextOfEachKind) {
     EXPECT_EQ(display(Error(String("It failed."))), "It failed.");
     EXPECT_EQ(display(Integer::getClass()), "Integer");
     EXPECT_EQ(Integer(5).toDisplayString(), "5");
-    Any instance = Any::adopt(new internal::object_value_instance(new internal::object_value_class(String("Widget"))));
+    Any instance = Any::adopt(new internal::object_value_instance(test_class_record("Widget")));
     EXPECT_EQ(display(instance), "<Widget>");
     EXPECT_EQ(object_id(instance), reinterpret_cast<std::uintptr_t>(instance.get()));
     EXPECT_EQ(object_id(Any()), 0u);

@@ -62,7 +62,7 @@ TEST(ObjectLifetime, SmallIntegersAndBooleansAreSharedWithoutAllocation) {
 
 // A class whose finaliser records each object it sees and may keep it alive.
 struct FinalisedClass {
-    internal::object_value_class* record = new internal::object_value_class(String("Finalised"));
+    internal::object_value_class* record = test_class_record("Finalised");
     std::vector<std::uint64_t> seen; // object ids, in finalising order
     bool keep = false;
     FinalisedClass() {

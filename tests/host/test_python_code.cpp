@@ -66,7 +66,7 @@ TEST(PythonCode, DatesAndTimes) {
 }
 
 TEST(PythonCode, ValuesWithoutASourceFormGiveAnError) {
-    Any instance = Any::adopt(new internal::object_value_instance(new internal::object_value_class(String("Gadget"))));
+    Any instance = Any::adopt(new internal::object_value_instance(test_class_record("Gadget")));
     EXPECT_EQ(code(instance), "error: Unable to render as Python code: <Gadget>.");
     // Inside a container the failure is the item's, and nothing partial is returned.
     EXPECT_EQ(code(List{Integer(1), instance}), "error: Unable to render as Python code: <Gadget>.");
