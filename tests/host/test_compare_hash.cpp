@@ -3,6 +3,7 @@
 #include "host_test_support.h"
 
 #include <cmath>
+#include <functional>
 
 using namespace tesk;
 
@@ -112,6 +113,60 @@ TEST(CompareAndHash, ContainerThatHoldsItselfStopsSafely) {
     (void)hash_of(list);
     list.set(1, Any()); // break the cycle so that both lists are freed
     other.set(1, Any());
+}
+
+// An immutable class whose instances stand for an integer amount: its
+// overrides make Amount(5) equal to, ordered with and hashed like Integer(5).
+struct AmountClass {
+    internal::object_value_class* record = test_class_record("Amount");
+    AmountClass() {
+        record->traits |= traits::immutable;
+        record->fields.push_back({String("value"), Type::untyped(), String()});
+        Class_Generic cls = Class_Generic::of(record);
+        add("__compare__", [](std::span<Any const> args) -> Any {
+            Any other = args[1].kind() == Kind::Instance ? args[1].fieldValue(String("value")) : args[1];
+            if (!Integer::test(other)) return Undefined();
+            return Integer(compare_objects(args[0].fieldValue(String("value")), other).value());
+        });
+        add("__hash__", [](std::span<Any const> args) -> Any {
+            return Integer::fromUnsigned(hash_of(args[0].fieldValue(String("value"))));
+        });
+        add("__display__", [](std::span<Any const> args) -> Any {
+            return String("Amount({})").arg(args[0].fieldValue(String("value")));
+        });
+    }
+    void add(char const* name, std::function<Any(std::span<Any const>)> f) {
+        add_class_method_unsafe(Class_Generic::of(record), String(name),
+                                I_Callable_Generic::unsafe(internal::make_function_callable(
+                                    std::move(f), Signature(Type::untyped(), {}), String(name))));
+    }
+    Any make(std::int64_t v) const {
+        Any a = Any::adopt(new internal::object_value_instance(record));
+        (void)a.setFieldValue(String("value"), Integer(v));
+        return a;
+    }
+};
+
+TEST(CompareAndHash, ClassOverridesDecideForTheirInstances) {
+    static AmountClass amounts;
+    Any five = amounts.make(5);
+    EXPECT_TRUE(equals(five, Integer(5)));
+    EXPECT_TRUE(equals(Integer(5), five)); // the right-hand side's override, reflected
+    EXPECT_EQ(compare_objects(Integer(3), five), Ordering::less());
+    EXPECT_EQ(compare_objects(five, amounts.make(9)), Ordering::less());
+    EXPECT_EQ(compare_objects(five, String("5")), Ordering::notComparable());
+    EXPECT_EQ(hash_of(five), hash_of(Integer(5)));
+    EXPECT_EQ(display(List{five}), "[Amount(5)]");
+
+    // As map keys, the override's equality is asked outside the map's lock.
+    HashMap map;
+    ASSERT_FALSE(map.set(five, String("amount")).isError());
+    EXPECT_EQ(display(map.find(Integer(5))), "amount");
+    ASSERT_FALSE(map.set(Integer(5), String("integer")).isError()); // the same key: replaced
+    EXPECT_EQ(map.size(), 1u);
+    EXPECT_EQ(display(map), "{Amount(5): integer}");
+    EXPECT_TRUE(map.remove(amounts.make(5)));
+    EXPECT_EQ(map.size(), 0u);
 }
 
 TEST(Display, TextOfEachKind) {
