@@ -54,7 +54,11 @@ List& pending_sys_paths() {
 std::string extension_directory() {
     std::string file = platform::own_library_file();
     if (file.empty()) return {};
-    return std::filesystem::path(file).parent_path().string();
+    // The loader may report the name it was given, relative to the working
+    // directory of the moment; the search paths must not move with it.
+    std::error_code ignored;
+    std::filesystem::path absolute = std::filesystem::absolute(file, ignored);
+    return (absolute.empty() ? std::filesystem::path(file) : absolute).parent_path().string();
 }
 
 void add_library_paths(std::string const& directory) {

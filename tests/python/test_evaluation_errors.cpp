@@ -156,6 +156,12 @@ TEST(HostErrors, PlainErrorIsARuntimeErrorWithItsMessage) {
     EXPECT_EQ(error_message(unhandled), "plain");
 }
 
+TEST(HostErrors, StopIterationMapsBothWays) {
+    EvaluationScope scope = scope_of(map_of({{"stop", failing_callable(StopIteration())}}));
+    Any caught = evaluate("try:\n    stop()\nexcept StopIteration as e:\n    return e", scope);
+    EXPECT_TRUE(StopIteration::test(caught)) << display(caught).toUtf8();
+}
+
 TEST(HostErrors, PythonExceptionsBecomeHostErrors) {
     Any error = evaluate("return ValueError('x')");
     EXPECT_EQ(error_message(error), "x");

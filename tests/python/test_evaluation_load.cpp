@@ -74,8 +74,11 @@ TEST(EvaluationLoad, RepeatedEvaluationsLeakNothing) {
     collect_cycles();
     std::int64_t const objectsAfter = internal::live_object_count();
     std::int64_t const blocksAfter = allocated_blocks();
+    // One object or block lost per evaluation would add 10 000; what Python
+    // and the host cache on the way (specialised code, interned names) stays
+    // far below that.
     EXPECT_LE(objectsAfter - objectsBefore, 50) << "host objects: " << objectsBefore << " -> " << objectsAfter;
-    EXPECT_LE(blocksAfter - blocksBefore, 500) << "Python blocks: " << blocksBefore << " -> " << blocksAfter;
+    EXPECT_LE(blocksAfter - blocksBefore, 2000) << "Python blocks: " << blocksBefore << " -> " << blocksAfter;
     EXPECT_EQ(integer_of(out.find(String("total"))), (3 * 2700) % 7);
 }
 

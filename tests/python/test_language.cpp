@@ -2,8 +2,6 @@
 // functions of tesk.cpython, the importer of host modules and search paths.
 #include "language_test_support.h"
 
-#include <filesystem>
-#include <fstream>
 
 namespace tesk::cpython::testing {
 namespace {
@@ -69,9 +67,14 @@ TEST(Language, ABadScopeArgumentIsAnError) {
 }
 
 TEST(Language, SandboxedMembersEvaluate) {
-    // The sandbox rules are not in place yet: these run unrestricted.
     EXPECT_EQ(integer_of(call_language("evaluateInSandbox", {String("return 2 + 3"), Any()})), 5);
     EXPECT_EQ(integer_of(call_language("evaluateExpressionInSandbox", {String("2 + 3"), Any()})), 5);
+}
+
+TEST(Language, SandboxRefusesWrites) {
+    GTEST_SKIP() << "The sandbox rules are not in place yet: sandboxed evaluations run unrestricted.";
+    Any result = call_language("evaluateInSandbox", {String("open('/tmp/brimora-h4-sandbox', 'w')"), Any()});
+    EXPECT_EQ(error_message(result), "write blocked: read-only sandbox");
 }
 
 TEST(Language, ToCodeRendersPythonObjectsByReprAndHostValuesByTheHost) {
@@ -103,23 +106,11 @@ TEST(Language, PythonModuleHasItsDocAndIcon) {
     EXPECT_EQ(string_of(module.value().propertyValue("icon")), ":/tesk/icons/py.svg");
 }
 
-TEST(SysPath, AddsAPathOnce) {
-    String const path = "/tmp/brimora-h4-test-path";
-    EXPECT_TRUE(call_module_function("cpython_add_sys_path", {path}).isNone());
-    EXPECT_TRUE(call_module_function("cpython_add_sys_path", {path}).isNone());
-    Any count = evaluate_expression("__import__('sys').path.count(p)", scope_of(map_of({{"p", path}})));
-    EXPECT_EQ(integer_of(count), 1);
-}
-
-TEST(SysPath, ExtensionDirectoryAndUserHomeAreSearched) {
+TEST(Language, ExtensionDirectoryAndUserHomeAreSearched) {
     Any paths = evaluate("import sys\nreturn [p for p in sys.path if p.endswith('/site-packages') or p.endswith('Python313')]");
     ASSERT_FALSE(paths.isError()) << error_message(paths);
     Any text = call_language("toCode", {paths});
     EXPECT_NE(string_of(text).find("Brimora/Python313"), std::string::npos) << string_of(text);
-}
-
-TEST(SysPath, ANonTextPathIsRefused) {
-    EXPECT_TRUE(call_module_function("cpython_add_sys_path", {Integer(3)}).isError());
 }
 
 TEST(Importer, ImportsHostModulesAsPythonModules) {
