@@ -194,3 +194,31 @@ TEST(MemberLookup, InterfaceHandlesCallTheMembersOfOtherClasses) {
 }
 
 } // namespace
+
+namespace {
+
+Any init_count(Any const& self, std::int64_t start) { return self.setFieldValue(String("count"), Integer(start)); }
+Any shared_instance() {
+    static Any* one = new Any(String("the one"));
+    return *one;
+}
+
+TEST(ClassCall, ConstructsThroughInitOrTheCallOperator) {
+    class_builder_base b{String("CallInit")};
+    b.entry(entry_tag::fields, {field_entry(String("count"), Integer::getClass())});
+    b.method(method_builder_base(Any::$__init__).assign_func(make_closure(init_count)).signature(String("start")).build());
+    Class_Generic cls = b.build().as<Class_Generic>();
+    Any obj = cls({Integer(4)});
+    EXPECT_TRUE(class_of(obj).isSame(cls));
+    EXPECT_EQ(Integer::cast(obj.fieldValue(String("count"))).value().value(), 4);
+    EXPECT_TRUE(cls({String("four")}).isError()) << "a failing __init__ gives its error, not an instance";
+
+    // A static __init__ gives the instance itself (a singleton class).
+    class_builder_base s{String("CallStatic")};
+    s.method(method_builder_base(Any::$__init__).assign_func(make_closure(shared_instance)).set_static(true).build());
+    Class_Generic single = s.build().as<Class_Generic>();
+    EXPECT_TRUE(single({}).isSame(shared_instance()));
+    EXPECT_TRUE(single({}).isSame(single({})));
+}
+
+} // namespace
