@@ -10,6 +10,15 @@
 namespace tesk {
 namespace internal {
 
+// ---- the generation of the class records --------------------------------------
+
+namespace {
+std::atomic<std::uint32_t> g_class_generation{1};
+} // namespace
+
+void class_records_changed() noexcept { g_class_generation.fetch_add(1, std::memory_order_acq_rel); }
+std::uint32_t class_records_generation() noexcept { return g_class_generation.load(std::memory_order_acquire); }
+
 // ---- object_value_class ------------------------------------------------------
 
 namespace {
@@ -69,23 +78,70 @@ int object_value_class::find_field(String const& field) const {
     return -1;
 }
 
+namespace {
+
+// The members a class resolves, nearest declaration first, for lock-free
+// lookups. A snapshot is immutable once published in the record; a stale one
+// is replaced, and kept (never freed) because readers may still hold it.
+struct member_snapshot {
+    std::uint32_t generation;
+    std::unordered_map<String, Any, StringHash> methods;
+    std::unordered_map<String, Property, StringHash> properties;
+};
+
+// Replaced snapshots; guarded by its spinlock, never destroyed.
+struct retired_snapshots {
+    spinlock lock;
+    std::vector<member_snapshot const*> list;
+};
+void retire(member_snapshot const* s) {
+    static auto* retired = new retired_snapshots();
+    std::lock_guard guard(retired->lock);
+    retired->list.push_back(s);
+}
+
+void take_members(member_snapshot& s, object_value_class const* c) {
+    object_value_class const* owner = c->method_owner ? c->method_owner : c;
+    {
+        std::lock_guard guard(owner->lock());
+        for (auto const& [k, v] : owner->methods.entries()) s.methods.try_emplace(k, v);
+    }
+    std::lock_guard guard(c->lock());
+    for (auto const& [k, v] : c->properties.entries()) s.properties.try_emplace(k, v);
+}
+
+member_snapshot const& snapshot_of(object_value_class const* cls) {
+    std::uint32_t generation = class_records_generation();
+    auto const* current = static_cast<member_snapshot const*>(cls->member_cache.load(std::memory_order_acquire));
+    if (current && current->generation == generation) return *current;
+    auto* fresh = new member_snapshot{generation, {}, {}};
+    walk_chain(cls, [&](object_value_class const* c) {
+        take_members(*fresh, c);
+        return false;
+    });
+    take_members(*fresh, any_record());
+    void const* expected = current;
+    if (cls->member_cache.compare_exchange_strong(expected, fresh, std::memory_order_acq_rel)) {
+        if (current) retire(current);
+        return *fresh;
+    }
+    delete fresh; // another thread published first; ours was never seen
+    return *static_cast<member_snapshot const*>(expected);
+}
+
+} // namespace
+
 Any object_value_class::resolve_method(String const& method) const {
-    Any found;
-    auto visit = [&](object_value_class const* c) {
-        object_value_class const* owner = c->method_owner ? c->method_owner : c;
-        return find_locked(owner, owner->methods, method, found);
-    };
-    if (walk_chain(this, visit)) return found;
-    visit(any_record());
-    return found;
+    auto const& s = snapshot_of(this);
+    auto it = s.methods.find(method);
+    return it == s.methods.end() ? Any() : it->second;
 }
 
 Union<Property, None> object_value_class::resolve_property(String const& property) const {
-    Property found = Property::unsafe(Any());
-    auto visit = [&](object_value_class const* c) { return find_locked(c, c->properties, property, found); };
-    if (walk_chain(this, visit)) return found;
-    visit(any_record());
-    return found;
+    auto const& s = snapshot_of(this);
+    auto it = s.properties.find(property);
+    if (it == s.properties.end()) return {};
+    return it->second;
 }
 
 Any object_value_class::find_property_getter(String const& property) const {
@@ -113,14 +169,6 @@ Any object_value_instance::create(object_value_class const* cls) {
     return Any::adopt(make(cls));
 }
 
-// ---- the override cache ------------------------------------------------------
-
-namespace {
-std::atomic<std::uint32_t> g_class_generation{1};
-} // namespace
-
-void class_records_changed() noexcept { g_class_generation.fetch_add(1, std::memory_order_acq_rel); }
-std::uint32_t class_records_generation() noexcept { return g_class_generation.load(std::memory_order_acquire); }
 
 } // namespace internal
 
@@ -301,8 +349,11 @@ void add_class_method_unsafe(Class_Generic const& cls, String const& n, I_Callab
 
 void add_class_property_unsafe(Class_Generic const& cls, String const& n, Property const& property) {
     auto& record = internal::mutable_record(cls.record());
-    std::lock_guard guard(record.lock());
-    record.properties.set(n, property);
+    {
+        std::lock_guard guard(record.lock());
+        record.properties.set(n, property);
+    }
+    internal::class_records_changed();
 }
 
 void add_parent_unsafe(Class_Generic const& cls, Class_Generic const& parent) {

@@ -161,8 +161,7 @@ Result<Class_Generic> defclass_impl(List const& entries) {
         if (r.isError()) return r;
     }
 
-    internal::class_records_changed();
-    register_type(cls);
+    register_type(cls); // a new class is nobody's ancestor yet: no cached view is stale
     if (module.is<Module>()) module.as<Module>().addClass(name, cls);
     return cls;
 }

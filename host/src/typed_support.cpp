@@ -1,6 +1,7 @@
 // What the typed wrappers need from the runtime: argument failures, arity
 // errors, the types of C++ scalars and the scalar casts.
 #include "class_internal.h"
+#include "value_objects.h"
 
 #include "tesk/typed.h"
 
@@ -43,21 +44,29 @@ template <class T> bool scalar_source(Any const& in, Any& out) {
     return T::test(out);
 }
 
+// Whether an integer record's value fits I, and the value.
+template <class I> bool integer_fits(object_value_integer const& r, I& out) noexcept {
+    bool fits = r.is_unsigned ? r.bits <= static_cast<std::uint64_t>(std::numeric_limits<I>::max())
+                              : static_cast<std::int64_t>(r.bits) >= std::numeric_limits<I>::min() &&
+                                    static_cast<std::int64_t>(r.bits) <= std::numeric_limits<I>::max();
+    if (fits) out = static_cast<I>(static_cast<std::int64_t>(r.bits));
+    return fits;
+}
+
 template <class I> bool cast_integer(Any const& in, I& out, Any& failure, char const* typeName) {
+    // The common case reads the record in place: no reference is taken.
     Any v;
-    if (!scalar_source<Integer>(in, v)) {
-        failure = argument_failure(in, Integer::getClass());
-        return false;
+    Any const* source = &in;
+    if (!Integer::test(in)) {
+        if (!scalar_source<Integer>(in, v)) {
+            failure = argument_failure(in, Integer::getClass());
+            return false;
+        }
+        source = &v;
     }
-    Integer i = Integer::unsafe(v);
-    bool fits = i.isUnsigned() ? i.unsignedValue() <= static_cast<std::uint64_t>(std::numeric_limits<I>::max())
-                               : i.value() >= std::numeric_limits<I>::min() && i.value() <= std::numeric_limits<I>::max();
-    if (!fits) {
-        failure = BadArgument(String(typeName), in);
-        return false;
-    }
-    out = static_cast<I>(i.value());
-    return true;
+    if (integer_fits(static_cast<object_value_integer const&>(*source->get()), out)) return true;
+    failure = BadArgument(String(typeName), in);
+    return false;
 }
 
 } // namespace
@@ -66,11 +75,16 @@ bool cast_int32(Any const& in, std::int32_t& out, Any& failure) { return cast_in
 bool cast_int64(Any const& in, std::int64_t& out, Any& failure) { return cast_integer(in, out, failure, "Int64"); }
 
 bool cast_double(Any const& in, double& out, Any& failure) {
+    if (Float::test(in)) {
+        out = static_cast<object_value_float const&>(*in.get()).value;
+        return true;
+    }
     // An integer (or an integer prototype) is a number too: it widens.
-    Any number = in.kind() == Kind::Computed || in.kind() == Kind::Weak || in.kind() == Kind::External ? unwrap(in) : in;
+    Kind k = in.kind();
+    Any number = k == Kind::Computed || k == Kind::Weak || k == Kind::External ? unwrap(in) : in;
     if (Integer::test(number)) {
-        Integer i = Integer::unsafe(number);
-        out = i.isUnsigned() ? static_cast<double>(i.unsignedValue()) : static_cast<double>(i.value());
+        auto const& r = static_cast<object_value_integer const&>(*number.get());
+        out = r.is_unsigned ? static_cast<double>(r.bits) : static_cast<double>(static_cast<std::int64_t>(r.bits));
         return true;
     }
     Any v;
@@ -83,6 +97,10 @@ bool cast_double(Any const& in, double& out, Any& failure) {
 }
 
 bool cast_bool(Any const& in, bool& out, Any& failure) {
+    if (Boolean::test(in)) {
+        out = static_cast<object_value_boolean const&>(*in.get()).value;
+        return true;
+    }
     Any v;
     if (!scalar_source<Boolean>(in, v)) {
         failure = argument_failure(in, Boolean::getClass());

@@ -80,6 +80,9 @@ public:
     // Which universal names (see class_override) the class chain overrides,
     // computed on first use; stale when any class record is edited later.
     mutable std::atomic<std::uint64_t> override_cache{0};
+    // The resolved members of the whole chain, an immutable snapshot read
+    // without a lock; rebuilt when the class records change.
+    mutable std::atomic<void const*> member_cache{nullptr};
 
     bool is_ancestor(object_value_class const* other) const noexcept; // other == this or an ancestor
     bool is_interface() const noexcept { return (traits & traits::interface) != 0; }
