@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 #include <tesk/tesk.h>
 
+#include <atomic>
+#include <thread>
+
 using namespace tesk;
 
 namespace {
@@ -219,6 +222,40 @@ TEST(ClassCall, ConstructsThroughInitOrTheCallOperator) {
     Class_Generic single = s.build().as<Class_Generic>();
     EXPECT_TRUE(single({}).isSame(shared_instance()));
     EXPECT_TRUE(single({}).isSame(single({})));
+}
+
+} // namespace
+
+namespace {
+
+TEST(MemberLookup, EditsAfterPublicationReachDerivedClassesWhileOthersLookUp) {
+    Class_Generic base = make_class("EditedBase");
+    Class_Generic derived = make_class("EditedDerived", {base});
+    Any obj = derived.allocateInstance();
+    EXPECT_TRUE(method_of(obj, String("late")).isNone());
+
+    std::atomic<bool> stop{false};
+    std::atomic<int> lookups{0};
+    std::vector<std::thread> readers;
+    for (int t = 0; t < 2; ++t)
+        readers.emplace_back([&] {
+            while (!stop) {
+                auto m = method_of(obj, String("__isSame__"));
+                EXPECT_TRUE(m.has_value());
+                ++lookups;
+            }
+        });
+    for (int i = 0; i < 50; ++i)
+        add_class_method_unsafe(base, String("m") + String::number(i), answering("added"));
+    add_class_method_unsafe(base, String("late"), answering("late"));
+    while (lookups < 100) std::this_thread::yield();
+    stop = true;
+    for (auto& r : readers) r.join();
+
+    EXPECT_EQ(answer(obj, "late"), "late") << "a parent's new method reaches the derived class";
+    EXPECT_EQ(answer(obj, "m49"), "added");
+    add_class_property_unsafe(base, String("p"), Property(I_Callable_Generic::unsafe(internal::make_constant_callable(Integer(8)))));
+    EXPECT_EQ(Integer::cast(obj.propertyValue(String("p"))).value().value(), 8);
 }
 
 } // namespace
