@@ -65,19 +65,6 @@ void collect_fields(object_value_class const* cls, std::vector<field_info>& out)
 }
 } // namespace
 
-std::vector<field_info> object_value_class::all_fields() const {
-    std::vector<field_info> out;
-    collect_fields(this, out);
-    return out;
-}
-
-int object_value_class::find_field(String const& field) const {
-    auto all = all_fields();
-    for (std::size_t i = 0; i < all.size(); ++i)
-        if (all[i].name == field) return static_cast<int>(i);
-    return -1;
-}
-
 namespace {
 
 // The members a class resolves, nearest declaration first, for lock-free
@@ -87,6 +74,7 @@ struct member_snapshot {
     std::uint32_t generation;
     std::unordered_map<String, Any, StringHash> methods;
     std::unordered_map<String, Property, StringHash> properties;
+    std::vector<field_info> fields; // all_fields()
 };
 
 // Replaced snapshots; guarded by its spinlock, never destroyed.
@@ -120,6 +108,7 @@ member_snapshot const& snapshot_of(object_value_class const* cls) {
         return false;
     });
     take_members(*fresh, any_record());
+    collect_fields(cls, fresh->fields);
     void const* expected = current;
     if (cls->member_cache.compare_exchange_strong(expected, fresh, std::memory_order_acq_rel)) {
         if (current) retire(current);
@@ -129,6 +118,20 @@ member_snapshot const& snapshot_of(object_value_class const* cls) {
     return *static_cast<member_snapshot const*>(expected);
 }
 
+} // namespace
+
+std::vector<field_info> object_value_class::all_fields() const { return snapshot_of(this).fields; }
+
+int object_value_class::find_field(String const& field) const {
+    auto const& all = snapshot_of(this).fields;
+    for (std::size_t i = 0; i < all.size(); ++i)
+        if (all[i].name == field) return static_cast<int>(i);
+    return -1;
+}
+
+namespace {
+// The number of field values an instance holds.
+std::size_t field_count(object_value_class const* cls) { return snapshot_of(cls).fields.size(); }
 } // namespace
 
 Any object_value_class::resolve_method(String const& method) const {
@@ -159,7 +162,7 @@ Any object_value_class::find_property_setter(String const& property) const {
 // ---- object_value_instance ---------------------------------------------------
 
 object_value_instance::object_value_instance(object_value_class const* cls)
-    : object_value(Kind::Instance, cls), fields(cls->all_fields().size()) {}
+    : object_value(Kind::Instance, cls), fields(field_count(cls)) {}
 
 Any object_value_instance::create(object_value_class const* cls) {
     instance_factory make = cls->factory ? cls->factory : make_plain_instance;
