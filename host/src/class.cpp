@@ -102,7 +102,7 @@ member_snapshot const& snapshot_of(object_value_class const* cls) {
     std::uint32_t generation = class_records_generation();
     auto const* current = static_cast<member_snapshot const*>(cls->member_cache.load(std::memory_order_acquire));
     if (current && current->generation == generation) return *current;
-    auto* fresh = new member_snapshot{generation, {}, {}};
+    auto* fresh = new member_snapshot{generation, {}, {}, {}};
     walk_chain(cls, [&](object_value_class const* c) {
         take_members(*fresh, c);
         return false;
