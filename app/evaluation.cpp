@@ -18,12 +18,13 @@ tesk::Any map_of(std::vector<NamedValue> const& values) {
     return map;
 }
 
-// Calls a member of the language that takes no receiver (every member of the
-// language class is static) and resolves a deferred result.
+// Calls a member of the language class by name and resolves a deferred
+// result. Every member of the class is static: it is looked up among the
+// members the class declares (method_of on the class value would look among
+// the members of classes as such) and called without a receiver.
 tesk::Any call_language(tesk::Class_Generic const& language, tesk::String const& name,
                         std::initializer_list<tesk::Any> arguments) {
-    auto method = tesk::method_of(language, name);
-    if (!method) method = language.definedMethod(name);
+    auto method = language.definedMethod(name);
     if (!method)
         return tesk::Error(tesk::String("The language {} has no method {}.").arg(language.qualname(), name));
     return tesk::internal::result_unwrap_lazy(method.value()(arguments));
