@@ -32,9 +32,9 @@ Options:
   --local NAME=VALUE   a local variable of the code (repeatable)
   --global NAME=VALUE  a global variable of the code (repeatable); without
                        any, the code sees the host's global names
-  --out NAME=VALUE     a variable that the block may assign (repeatable);
-                       its final value is printed after the result as
-                       `NAME = value`, in the order given
+  --out NAME=VALUE     eval only: a variable that the block may assign
+                       (repeatable); its final value is printed after the
+                       result as `NAME = value`, in the order given
   --sandbox            refuse file writes, processes, network access and
                        native libraries while the code runs
   --extension PATH     the Python extension library to load (default:
@@ -110,6 +110,8 @@ public:
             }
             if (auto error = apply(*option, name, *value)) return *error;
         }
+        if (invocation_.kind == CodeKind::expression && !invocation_.outLocals.empty())
+            return UsageError{"--out needs a block (eval): an expression assigns no variables"};
         if (invocation_.code && invocation_.codeFile)
             return UsageError{"give the code either as an argument or with -f, not both"};
         if (!invocation_.code && !invocation_.codeFile)

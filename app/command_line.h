@@ -30,7 +30,7 @@ struct Invocation {
     bool sandbox = false;
     std::vector<NamedValue> locals;       // in the order given
     std::vector<NamedValue> globals;
-    std::vector<NamedValue> outLocals;
+    std::vector<NamedValue> outLocals;    // blocks only
     std::optional<std::string> extension; // the extension library to load instead of the default
 };
 

@@ -25,6 +25,7 @@ expect_usage_error "--local expects NAME=VALUE, got 'a'" eval "return a" --local
 expect_usage_error "--out: '1a' is not a valid variable name" eval "pass" --out 1a=2
 expect_usage_error "--global: 'a-b' is not a valid variable name" expr 1 --global a-b=2
 expect_usage_error "--local: The number 99999999999999999999 is out of range." expr a --local a=99999999999999999999
+expect_usage_error "--out needs a block (eval): an expression assigns no variables" expr 1 --out a=1
 expect_usage_error "missing the expression to evaluate" expr
 expect_usage_error "missing the block to run" eval --sandbox
 expect_usage_error "unexpected argument '2'" expr 1 2
