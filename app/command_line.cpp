@@ -105,7 +105,8 @@ public:
                 return UsageError{"unknown option '" + std::string(name) + "' (put -- before code that starts with '-')"};
             if (!value) {
                 if (i + 1 == arguments.size())
-                    return UsageError{"option " + std::string(name) + " needs a value (" + std::string(option->valueName) + ")"};
+                    return UsageError{"option " + std::string(name) + " needs a value (" +
+                                      std::string(option->valueName) + ")"};
                 value = arguments[++i];
             }
             if (auto error = apply(*option, name, *value)) return *error;
