@@ -102,7 +102,8 @@ public:
             }
             Option const* option = find_option(name);
             if (option == nullptr)
-                return UsageError{"unknown option '" + std::string(name) + "' (put -- before code that starts with '-')"};
+                return UsageError{"unknown option '" + std::string(name) +
+                                  "' (put -- before code that starts with '-')"};
             if (!value) {
                 if (i + 1 == arguments.size())
                     return UsageError{"option " + std::string(name) + " needs a value (" +

@@ -33,7 +33,8 @@ tesk::Any call_language(tesk::Class_Generic const& language, tesk::String const&
 tesk::String const& evaluation_method(Invocation const& invocation) {
     bool expression = invocation.kind == CodeKind::expression;
     if (invocation.sandbox)
-        return expression ? tesk::PythonLanguage::$evaluateExpressionInSandbox : tesk::PythonLanguage::$evaluateInSandbox;
+        return expression ? tesk::PythonLanguage::$evaluateExpressionInSandbox
+                          : tesk::PythonLanguage::$evaluateInSandbox;
     return expression ? tesk::I_Language::$evaluateExpression : tesk::I_Language::$evaluate;
 }
 
