@@ -29,9 +29,31 @@ PyObject* string_to_python(String const& text) {
     return PyUnicode_FromStringAndSize(bytes.data(), static_cast<Py_ssize_t>(bytes.size()));
 }
 
-PyObject* integer_to_python(Integer const& value) {
-    if (value.isUnsigned()) return PyLong_FromUnsignedLongLong(value.unsignedValue());
-    return PyLong_FromLongLong(value.value());
+// Typed handles are copies (a reference count up and down, two atomic
+// operations that cost more than the conversion itself), so the common cases
+// read the host's records in place through its scalar casts.
+PyObject* integer_to_python(Any const& value) {
+    std::int64_t signedValue = 0;
+    Any failure;
+    // Every signed value and every unsigned one up to INT64_MAX: the same
+    // Python integer either way.
+    if (internal::cast_int64(value, signedValue, failure)) return PyLong_FromLongLong(signedValue);
+    Integer integer = Integer::unsafe(value);
+    if (integer.isUnsigned()) return PyLong_FromUnsignedLongLong(integer.unsignedValue());
+    return PyLong_FromLongLong(integer.value());
+}
+
+PyObject* float_to_python(Any const& value) {
+    double d = 0.0;
+    Any failure;
+    if (internal::cast_double(value, d, failure)) return PyFloat_FromDouble(d);
+    return PyFloat_FromDouble(Float::unsafe(value).value());
+}
+
+// The two booleans are canonical values, so the true one is known by identity.
+PyObject* boolean_to_python(Any const& value) {
+    static internal::object_value const* const canonical_true = Boolean(true).get();
+    return Py_NewRef(value.get() == canonical_true ? Py_True : Py_False);
 }
 
 PyObject* byte_array_to_python(ByteArray const& bytes) {
@@ -131,9 +153,9 @@ PyObject* convert(Any const& value) {
     switch (value.kind()) {
     case Kind::None: return Py_NewRef(Py_None);
     case Kind::Undefined: return Py_NewRef(Py_NotImplemented);
-    case Kind::Boolean: return Py_NewRef(Boolean::unsafe(value).isTrue() ? Py_True : Py_False);
-    case Kind::Integer: return integer_to_python(Integer::unsafe(value));
-    case Kind::Float: return PyFloat_FromDouble(Float::unsafe(value).value());
+    case Kind::Boolean: return boolean_to_python(value);
+    case Kind::Integer: return integer_to_python(value);
+    case Kind::Float: return float_to_python(value);
     case Kind::String: return string_to_python(String::unsafe(value));
     case Kind::ByteArray: return byte_array_to_python(ByteArray::unsafe(value));
     case Kind::Tuple: return tuple_to_python(Tuple::unsafe(value));
