@@ -127,3 +127,25 @@ void tuple_to_python_raw(benchmark::State& state) {
 BENCHMARK(tuple_to_python_raw);
 
 } // namespace
+
+// What the host alone costs to make the value a conversion back gives: the
+// floor under each round trip beside the raw C API's own work.
+namespace {
+
+void host_integer_alone(benchmark::State& state) {
+    for (auto _ : state) {
+        Integer value(sample_integer);
+        benchmark::DoNotOptimize(value);
+    }
+}
+BENCHMARK(host_integer_alone);
+
+void host_string_alone(benchmark::State& state) {
+    for (auto _ : state) {
+        String value = String::fromRawDataUnsafe(sample_text.data(), sample_text.size());
+        benchmark::DoNotOptimize(value);
+    }
+}
+BENCHMARK(host_string_alone);
+
+} // namespace
