@@ -149,14 +149,14 @@ std::uint64_t hash_of(Any const& v) {
     using namespace internal;
     if (v.get() == nullptr) return none_hash;
     switch (v.kind()) {
-    case Kind::String: return bytes_of(v)->hash;
+    case Kind::String: return bytes_of(v)->hash();
     case Kind::Integer: return integer_hash(static_cast<object_value_integer const*>(v.get())->bits);
     case Kind::None: return none_hash;
     case Kind::Undefined: return undefined_hash;
     case Kind::Boolean: return static_cast<object_value_boolean const*>(v.get())->value ? true_hash : false_hash;
     case Kind::Float: return float_hash(static_cast<object_value_float const*>(v.get())->value);
     case Kind::Decimal: return decimal_hash(static_cast<object_value_decimal const*>(v.get())->text);
-    case Kind::ByteArray: return hash_combine(bytes_of(v)->hash, 0x62797465ull);
+    case Kind::ByteArray: return hash_combine(bytes_of(v)->hash(), 0x62797465ull);
     case Kind::Date: {
         auto const& d = *static_cast<object_value_date const*>(v.get());
         return hash_word((static_cast<std::uint64_t>(static_cast<std::uint32_t>(d.year)) << 16) |

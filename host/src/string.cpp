@@ -1,4 +1,4 @@
-// String: UTF-8 text in one allocation, with its hash computed at creation.
+// String: UTF-8 text in one allocation, with its hash computed on first use.
 #include "value_objects.h"
 
 #include <charconv>
@@ -21,11 +21,8 @@ object_value_bytes* object_value_bytes::allocate(Kind kind, std::size_t size) {
 object_value_bytes* object_value_bytes::make(Kind kind, char const* data, std::size_t size) {
     auto* record = allocate(kind, size);
     if (size != 0) std::memcpy(record->data(), data, size);
-    record->seal();
     return record;
 }
-
-void object_value_bytes::seal() noexcept { hash = hash_bytes(data(), size); }
 
 int utf8_sequence(unsigned char const* p, std::size_t available) noexcept {
     unsigned char lead = p[0];
@@ -144,7 +141,7 @@ std::string_view String::asChars() const noexcept { return get() ? bytes_of(*thi
 char const* String::c_str() const noexcept { return get() ? bytes_of(*this)->data() : ""; }
 std::size_t String::size() const noexcept { return get() ? bytes_of(*this)->size : 0; }
 std::uint64_t String::hash() const noexcept {
-    return get() ? bytes_of(*this)->hash : internal::empty_string_record()->hash;
+    return get() ? bytes_of(*this)->hash() : internal::empty_string_record()->hash();
 }
 
 bool String::isValidUtf8() const noexcept {
@@ -207,7 +204,6 @@ String String::arg_list(std::span<Any const> args) const {
 
 bool operator==(String const& a, String const& b) noexcept {
     if (a.get() == b.get()) return true;
-    if (a.hash() != b.hash()) return false;
     return a.asChars() == b.asChars();
 }
 
@@ -217,7 +213,6 @@ String operator+(String const& a, String const& b) {
     auto* record = internal::object_value_bytes::allocate(Kind::String, a.size() + b.size());
     std::memcpy(record->data(), a.asChars().data(), a.size());
     std::memcpy(record->data() + a.size(), b.asChars().data(), b.size());
-    record->seal();
     return String::unsafe(Any::adopt(record));
 }
 

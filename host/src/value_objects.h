@@ -23,10 +23,11 @@ namespace tesk::internal {
 
 // ---------------------------------------------------------------------------
 // Text and bytes: one allocation, the header followed by the bytes and a NUL.
-// Used with Kind::String and Kind::ByteArray alike; the hash is computed once.
+// Used with Kind::String and Kind::ByteArray alike; the hash is computed on
+// first use.
 class object_value_bytes final : public object_value {
 public:
-    // A record for `size` bytes; the caller fills data() and then calls seal().
+    // A record for `size` bytes; the caller fills data().
     static object_value_bytes* allocate(Kind kind, std::size_t size);
     // A complete record holding a copy of the bytes.
     static object_value_bytes* make(Kind kind, char const* data, std::size_t size);
@@ -34,15 +35,20 @@ public:
     char* data() noexcept { return reinterpret_cast<char*>(this + 1); }
     char const* data() const noexcept { return reinterpret_cast<char const*>(this + 1); }
     std::string_view view() const noexcept { return {data(), size}; }
-    void seal() noexcept;
+    // Computed on first use and kept: most strings crossing the boundary are
+    // never hashed, so creation does not pay for it.
+    std::uint64_t hash() const noexcept;
 
     // The record was made by ::operator new with room for the bytes.
     static void operator delete(void* p) noexcept { ::operator delete(p); }
 
     std::size_t size;
-    std::uint64_t hash = 0;
 
 private:
+    // 0 until computed; a computed 0 is stored as 1. Threads that race compute
+    // the same value.
+    mutable std::atomic<std::uint64_t> hash_{0};
+
     object_value_bytes(Kind kind, object_value_class const* cls, std::size_t n) noexcept
         : object_value(kind, cls), size(n) {}
 };
@@ -53,6 +59,16 @@ inline object_value_bytes const* bytes_of(Any const& v) noexcept {
 
 // A 64-bit hash of bytes; the String hash.
 std::uint64_t hash_bytes(char const* data, std::size_t size) noexcept;
+
+inline std::uint64_t object_value_bytes::hash() const noexcept {
+    std::uint64_t h = hash_.load(std::memory_order_relaxed);
+    if (h == 0) {
+        h = hash_bytes(data(), size);
+        if (h == 0) h = 1;
+        hash_.store(h, std::memory_order_relaxed);
+    }
+    return h;
+}
 // Mixes one 64-bit word (integers hash through it).
 std::uint64_t hash_word(std::uint64_t x) noexcept;
 // Combines a running hash with the next item's hash (order matters).

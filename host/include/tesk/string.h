@@ -11,7 +11,7 @@
 namespace tesk {
 
 // Host text. Stored as UTF-8 (the form both Python and the C++ side speak),
-// immutable, with its hash computed once at creation. Sizes and positions are
+// immutable, with its hash computed on first use and kept. Sizes and positions are
 // in bytes.
 class TESK_API String : public Any {
     TESK_HANDLE(String, Any)
@@ -89,6 +89,7 @@ public:
         return *this;
     }
     string_builder& operator<<(String const& text) { return *this << text.asChars(); }
+    string_builder& operator<<(char const* text) { return *this << std::string_view(text); }
     string_builder& operator<<(char c) {
         buffer_.push_back(c);
         return *this;
