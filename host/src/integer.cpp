@@ -1,6 +1,7 @@
 // Integer: a signed or unsigned 64-bit value; small signed values are shared.
 #include "value_objects.h"
 
+#include <array>
 #include <charconv>
 
 namespace tesk {
@@ -16,12 +17,32 @@ namespace {
 constexpr std::int64_t small_min = -5;
 constexpr std::int64_t small_max = 1024;
 
-std::atomic<object_value const*> g_small[small_max - small_min + 1] = {};
+constexpr std::size_t small_count = small_max - small_min + 1;
+using small_table = std::array<object_value const*, small_count>;
+
+// All of them are made together on first use, so that the number of live
+// objects does not creep up as new small values appear (leak checks compare
+// it). Making the first ones may build the built-in classes, which box small
+// integers themselves: a nested or racing call builds its own table, the
+// first table published wins and the other is dropped.
+std::atomic<small_table const*> g_small{nullptr};
+
+small_table const& small_integers() {
+    small_table const* published = g_small.load(std::memory_order_acquire);
+    if (published != nullptr) return *published;
+    auto* fresh = new small_table();
+    for (std::size_t i = 0; i < small_count; ++i)
+        (*fresh)[i] = new object_value_integer(static_cast<std::uint64_t>(small_min + static_cast<std::int64_t>(i)), false);
+    if (g_small.compare_exchange_strong(published, fresh, std::memory_order_acq_rel, std::memory_order_acquire))
+        return *fresh;
+    for (object_value const* record : *fresh) record->release();
+    delete fresh;
+    return *published;
+}
 
 Any box(std::int64_t v) {
     if (v < small_min || v > small_max) return Any::adopt(new object_value_integer(static_cast<std::uint64_t>(v), false));
-    return Any::borrow(shared_value(g_small[v - small_min],
-                                    [v] { return new object_value_integer(static_cast<std::uint64_t>(v), false); }));
+    return Any::borrow(small_integers()[static_cast<std::size_t>(v - small_min)]);
 }
 
 object_value_integer const* integer_of(Any const& v) noexcept {
