@@ -18,24 +18,7 @@ bool is_number(Kind k) noexcept { return k == Kind::Integer || k == Kind::Float 
 // Kinds whose comparison is fixed here; the others (instances, classes,
 // callables...) may override it.
 bool has_fixed_comparison(Kind k) noexcept {
-    switch (k) {
-    case Kind::None:
-    case Kind::Undefined:
-    case Kind::Boolean:
-    case Kind::Integer:
-    case Kind::Float:
-    case Kind::String:
-    case Kind::ByteArray:
-    case Kind::Decimal:
-    case Kind::Date:
-    case Kind::Time:
-    case Kind::DateTime:
-    case Kind::List:
-    case Kind::HashMap:
-    case Kind::HashSet:
-    case Kind::Tuple: return true;
-    default: return false;
-    }
+    return is_scalar_kind(k) || k == Kind::List || k == Kind::HashMap || k == Kind::HashSet || k == Kind::Tuple;
 }
 
 object_value_integer const& integer_of(Any const& v) noexcept {

@@ -39,18 +39,9 @@ std::uint64_t hash_bytes(char const* data, std::size_t size) noexcept {
 }
 
 std::optional<bool> builtin_immutability(Any const& v) {
-    switch (v.kind()) {
-    case Kind::None:
-    case Kind::Undefined:
-    case Kind::Boolean:
-    case Kind::Integer:
-    case Kind::Float:
-    case Kind::String:
-    case Kind::ByteArray:
-    case Kind::Decimal:
-    case Kind::Date:
-    case Kind::Time:
-    case Kind::DateTime: return true;
+    Kind k = v.kind();
+    if (is_scalar_kind(k)) return true;
+    switch (k) {
     case Kind::Tuple:
         for (Any const& item : Tuple::unsafe(v).items())
             if (!is_hashable(item)) return false;

@@ -9,24 +9,11 @@ namespace {
 
 // Kinds whose equality compare_objects decides without calling out.
 bool is_plain(Any const& v) {
-    switch (v.kind()) {
-    case Kind::None:
-    case Kind::Undefined:
-    case Kind::Boolean:
-    case Kind::Integer:
-    case Kind::Float:
-    case Kind::String:
-    case Kind::ByteArray:
-    case Kind::Decimal:
-    case Kind::Date:
-    case Kind::Time:
-    case Kind::DateTime: return true;
-    case Kind::Tuple:
-        for (Any const& item : Tuple::unsafe(v).items())
-            if (!is_plain(item)) return false;
-        return true;
-    default: return false;
-    }
+    if (is_scalar_kind(v.kind())) return true;
+    if (v.kind() != Kind::Tuple) return false;
+    for (Any const& item : Tuple::unsafe(v).items())
+        if (!is_plain(item)) return false;
+    return true;
 }
 
 } // namespace

@@ -219,6 +219,26 @@ void append_integer(std::string& out, object_value_integer const& v);
 // Python literal of bytes: b'...' with \\, \', \n, \r, \t and \xNN escapes.
 void append_bytes_literal(std::string& out, std::string_view bytes);
 
+// The kinds of plain values: none, undefined, booleans, numbers, text, bytes,
+// decimals, dates and times. They never change and their equality, order and
+// hash are fixed here, with no class to override them.
+inline bool is_scalar_kind(Kind k) noexcept {
+    switch (k) {
+    case Kind::None:
+    case Kind::Undefined:
+    case Kind::Boolean:
+    case Kind::Integer:
+    case Kind::Float:
+    case Kind::String:
+    case Kind::ByteArray:
+    case Kind::Decimal:
+    case Kind::Date:
+    case Kind::Time:
+    case Kind::DateTime: return true;
+    default: return false;
+    }
+}
+
 // Whether a value of a built-in kind never changes: none, booleans, numbers,
 // strings, bytes, decimals, dates and times, and tuples of immutable values.
 // Nothing for instances and other kinds, whose classes decide (I_Immutable).
