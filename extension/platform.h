@@ -3,6 +3,7 @@
 
 #include <Python.h>
 
+#include <cstdlib>
 #include <string>
 
 namespace tesk::cpython::platform {
@@ -18,6 +19,10 @@ using add_audit_hook_function = int (*)(Py_AuditHookFunction hook, void* userDat
 add_audit_hook_function find_add_audit_hook();
 
 // The value of an environment variable; empty when it is unset or empty.
-std::string environment_variable(char const* name);
+// The C runtime's getenv serves every platform.
+inline std::string environment_variable(char const* name) {
+    char const* value = std::getenv(name);
+    return value != nullptr ? std::string(value) : std::string();
+}
 
 } // namespace tesk::cpython::platform

@@ -38,11 +38,6 @@ add_audit_hook_function find_add_audit_hook() {
     return nullptr;
 }
 
-std::string environment_variable(char const* name) {
-    char const* value = std::getenv(name);
-    return value != nullptr ? std::string(value) : std::string();
-}
-
 } // namespace tesk::cpython::platform
 
 #endif
