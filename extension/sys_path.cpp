@@ -54,11 +54,14 @@ List& pending_sys_paths() {
 std::string extension_directory() {
     std::string file = platform::own_library_file();
     if (file.empty()) return {};
-    // The loader may report the name it was given, relative to the working
-    // directory of the moment; the search paths must not move with it.
+    // The loader may report the name it was given ("./bin/program"),
+    // relative to the working directory of the moment; the search paths must
+    // not move with it, and "." or ".." steps would make the same directory
+    // look like another one to sys.path's duplicate check.
     std::error_code ignored;
     std::filesystem::path absolute = std::filesystem::absolute(file, ignored);
-    return (absolute.empty() ? std::filesystem::path(file) : absolute).parent_path().string();
+    if (absolute.empty()) absolute = file;
+    return absolute.lexically_normal().parent_path().string();
 }
 
 void add_library_paths(std::string const& directory) {
