@@ -132,4 +132,35 @@ template <class Record> Record& record_of(Any const& v) noexcept {
     return *const_cast<Record*>(static_cast<Record const*>(v.get()));
 }
 
+// The table operations that maps and sets share; Record is the map or set
+// record. Values taken out of the table are released after the lock is given
+// back: dropping one may run a finaliser that touches other objects.
+template <class Record> bool table_contains(Any const& container, Any const& key) {
+    auto& r = record_of<Record>(container);
+    return locate(r, r.table, key, hash_of(key), [](std::ptrdiff_t at) { return at >= 0; });
+}
+
+template <class Record> bool table_remove(Any const& container, Any const& key) {
+    auto& r = record_of<Record>(container);
+    Any old_key, old_value; // declared before the lock inside locate: released once unlocked
+    return locate(r, r.table, key, hash_of(key), [&](std::ptrdiff_t at) {
+        if (at < 0) return false;
+        r.table.erase(at, old_key, old_value);
+        return true;
+    });
+}
+
+template <class Record> std::size_t table_size(Any const& container) {
+    auto& r = record_of<Record>(container);
+    std::lock_guard guard(r.lock());
+    return r.table.size();
+}
+
+template <class Record> void table_clear(Any const& container) {
+    auto& r = record_of<Record>(container);
+    std::vector<ordered_table::entry> removed; // outlives `guard`
+    std::lock_guard guard(r.lock());
+    removed = r.table.take_all();
+}
+
 } // namespace tesk::internal

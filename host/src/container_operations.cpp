@@ -191,19 +191,7 @@ List map_values(HashMap const& map) {
     return map_column(map, [](std::pair<Any, Any>& kv) { return std::move(kv.second); });
 }
 
-namespace {
-// Empties the table of a map or set record. The entries are released after
-// the lock is given back (`removed` outlives `guard`): dropping a value may
-// run a finaliser that touches other objects.
-template <class Record> void clear_table(Any const& container) {
-    auto& r = record_of<Record>(container);
-    std::vector<ordered_table::entry> removed;
-    std::lock_guard guard(r.lock());
-    removed = r.table.take_all();
-}
-} // namespace
-
-void map_clear(HashMap const& map) { clear_table<object_value_hash_map>(map); }
+void map_clear(HashMap const& map) { table_clear<object_value_hash_map>(map); }
 
 Any set_extend(HashSet const& set, Any const& iterable) {
     return for_each_item(iterable, [&](Any const& item) -> Any {
@@ -212,7 +200,7 @@ Any set_extend(HashSet const& set, Any const& iterable) {
     });
 }
 
-void set_clear(HashSet const& set) { clear_table<object_value_hash_set>(set); }
+void set_clear(HashSet const& set) { table_clear<object_value_hash_set>(set); }
 
 bool native_contains(Any const& container, Any const& value) {
     if (HashMap::test(container)) return HashMap::unsafe(container).contains(value);

@@ -37,26 +37,11 @@ Union<Any, None> HashMap::find(Any const& key) const {
                             [&](std::ptrdiff_t at) { return at >= 0 ? map.table.at(at).value : Any(); });
 }
 
-bool HashMap::contains(Any const& key) const {
-    auto& map = internal::record_of<map_record>(*this);
-    return internal::locate(map, map.table, key, hash_of(key), [](std::ptrdiff_t at) { return at >= 0; });
-}
+bool HashMap::contains(Any const& key) const { return internal::table_contains<map_record>(*this, key); }
 
-bool HashMap::remove(Any const& key) const {
-    auto& map = internal::record_of<map_record>(*this);
-    Any old_key, old_value; // released once unlocked
-    return internal::locate(map, map.table, key, hash_of(key), [&](std::ptrdiff_t at) {
-        if (at < 0) return false;
-        map.table.erase(at, old_key, old_value);
-        return true;
-    });
-}
+bool HashMap::remove(Any const& key) const { return internal::table_remove<map_record>(*this, key); }
 
-std::size_t HashMap::size() const {
-    auto& map = internal::record_of<map_record>(*this);
-    std::lock_guard guard(map.lock());
-    return map.table.size();
-}
+std::size_t HashMap::size() const { return internal::table_size<map_record>(*this); }
 
 std::vector<std::pair<Any, Any>> HashMap::items() const {
     auto& map = internal::record_of<map_record>(*this);

@@ -26,26 +26,11 @@ Result<Boolean> HashSet::insert(Any const& value) const {
     }));
 }
 
-bool HashSet::contains(Any const& value) const {
-    auto& set = internal::record_of<set_record>(*this);
-    return internal::locate(set, set.table, value, hash_of(value), [](std::ptrdiff_t at) { return at >= 0; });
-}
+bool HashSet::contains(Any const& value) const { return internal::table_contains<set_record>(*this, value); }
 
-bool HashSet::remove(Any const& value) const {
-    auto& set = internal::record_of<set_record>(*this);
-    Any old_key, unused; // released once unlocked
-    return internal::locate(set, set.table, value, hash_of(value), [&](std::ptrdiff_t at) {
-        if (at < 0) return false;
-        set.table.erase(at, old_key, unused);
-        return true;
-    });
-}
+bool HashSet::remove(Any const& value) const { return internal::table_remove<set_record>(*this, value); }
 
-std::size_t HashSet::size() const {
-    auto& set = internal::record_of<set_record>(*this);
-    std::lock_guard guard(set.lock());
-    return set.table.size();
-}
+std::size_t HashSet::size() const { return internal::table_size<set_record>(*this); }
 
 std::vector<Any> HashSet::items() const {
     auto& set = internal::record_of<set_record>(*this);
