@@ -1,9 +1,9 @@
 // The meta-path importer of host modules.
 #include "extension/module_importer.h"
 
-#include "extension/slot_guard.h"
-#include "extension/python_dict.h"
-#include "language/errors.h"
+#include "python/slot_guard.h"
+#include "to_python/python_dict.h"
+#include "from_python/errors.h"
 
 #include <cstring>
 

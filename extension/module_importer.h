@@ -2,7 +2,7 @@
 // importer that builds Python modules from the host's modules.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <tesk/tesk.h>
 

@@ -4,7 +4,7 @@
 #include "extension/audit_hook.h"
 #include "extension/module_importer.h"
 #include "extension/platform.h"
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 #include "extension/sys_path.h"
 #include "language/language.h"
 

@@ -1,10 +1,10 @@
 // Module search paths.
 #include "extension/sys_path.h"
 
-#include "extension/host_entry.h"
+#include "python/host_entry.h"
 #include "extension/platform.h"
-#include "extension/python_ref.h"
-#include "language/errors.h"
+#include "python/python_ref.h"
+#include "from_python/errors.h"
 #include "to_python/to_python.h"
 
 #include <exception>

@@ -1,7 +1,7 @@
 // Calling a method of the Python object that a CPythonObject holds.
 #include "from_python/from_python.h"
 #include "from_python/python_object.h"
-#include "language/errors.h"
+#include "from_python/errors.h"
 #include "to_python/to_python.h"
 
 namespace tesk::cpython {

@@ -1,6 +1,6 @@
 #include "from_python/date_time.h"
 
-#include "extension/python_class_slot.h"
+#include "python/python_class_slot.h"
 #include "from_python/from_python.h"
 
 #include <cmath>

@@ -7,12 +7,12 @@
 // cannot match any test ahead of their own, so the result is the same.
 #include "from_python/from_python.h"
 
-#include "extension/python_class_slot.h"
+#include "python/python_class_slot.h"
 #include "from_python/date_time.h"
 #include "from_python/numbers.h"
 #include "from_python/proxies.h"
 #include "from_python/text.h"
-#include "language/errors.h"
+#include "from_python/errors.h"
 #include "to_python/wrapper.h"
 
 namespace tesk::cpython {

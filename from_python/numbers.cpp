@@ -1,7 +1,7 @@
 #include "from_python/numbers.h"
 
 #include "from_python/text.h"
-#include "language/errors.h"
+#include "from_python/errors.h"
 
 #include <cmath>
 

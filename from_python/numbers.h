@@ -1,7 +1,7 @@
 // Python numbers to host numbers.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <tesk/tesk.h>
 

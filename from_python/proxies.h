@@ -5,7 +5,7 @@
 // take over one by one; until they exist, each gives a CPythonObject.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <tesk/tesk.h>
 

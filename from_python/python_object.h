@@ -1,7 +1,7 @@
 // CPythonObject: the host object that stands for a Python object.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <tesk/tesk.h>
 

@@ -3,11 +3,11 @@
 // from the host's modules and the caller's scope.
 #include "language/evaluation.h"
 
-#include "extension/host_entry.h"
-#include "extension/python_dict.h"
+#include "python/host_entry.h"
+#include "to_python/python_dict.h"
 #include "extension/startup.h"
 #include "from_python/from_python.h"
-#include "language/errors.h"
+#include "from_python/errors.h"
 #include "to_python/to_python.h"
 
 #include <memory>

@@ -1,7 +1,7 @@
 // Running Python code for the host.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <tesk/tesk.h>
 

@@ -1,7 +1,7 @@
 // CPythonLanguage and the host modules tesk.cpython and python.
 #include "language/language.h"
 
-#include "extension/host_entry.h"
+#include "python/host_entry.h"
 #include "extension/sys_path.h"
 #include "language/evaluation.h"
 #include "language/module_lookup.h"

@@ -2,8 +2,8 @@
 // available yet; rendering values as source text is.
 #include "language/module_lookup.h"
 
-#include "extension/host_entry.h"
-#include "extension/python_ref.h"
+#include "python/host_entry.h"
+#include "python/python_ref.h"
 #include "extension/startup.h"
 #include "from_python/python_object.h"
 

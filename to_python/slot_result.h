@@ -1,7 +1,7 @@
 // Handing a host result back to Python from a slot function.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <tesk/tesk.h>
 

@@ -4,9 +4,9 @@
 // kind; only dates, times and decimals call a Python class.
 #include "to_python/to_python.h"
 
-#include "extension/python_class_slot.h"
+#include "python/python_class_slot.h"
 #include "from_python/python_object.h"
-#include "language/errors.h"
+#include "from_python/errors.h"
 #include "to_python/wrapper.h"
 
 namespace tesk::cpython {

@@ -1,7 +1,7 @@
 // Host values to Python objects.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <tesk/tesk.h>
 

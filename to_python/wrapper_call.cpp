@@ -1,5 +1,5 @@
 // Calling a wrapper object calls the host callable it holds.
-#include "extension/slot_guard.h"
+#include "python/slot_guard.h"
 #include "from_python/from_python.h"
 #include "to_python/slot_result.h"
 #include "to_python/to_python.h"

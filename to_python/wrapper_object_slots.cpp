@@ -1,5 +1,5 @@
 // Lifetime, text, hash and comparison of wrapper objects.
-#include "extension/slot_guard.h"
+#include "python/slot_guard.h"
 #include "from_python/from_python.h"
 #include "to_python/slot_result.h"
 #include "to_python/wrapper_record.h"

@@ -1,7 +1,7 @@
 // The record of a wrapper object: a Python object that owns a host value.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <tesk/tesk.h>
 

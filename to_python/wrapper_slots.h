@@ -1,7 +1,7 @@
 // The slot functions of the wrapper types.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 namespace tesk::cpython {
 

@@ -3,7 +3,7 @@
 // share its name and slots.
 #include "to_python/wrapper_type.h"
 
-#include "extension/python_once.h"
+#include "python/python_once.h"
 #include "to_python/wrapper_record.h"
 #include "to_python/wrapper_slots.h"
 

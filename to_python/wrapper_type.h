@@ -1,7 +1,7 @@
 // The Python types of wrapper objects.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <tesk/tesk.h>
 

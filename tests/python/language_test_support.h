@@ -3,7 +3,7 @@
 // from host maps, and the check that no Python error is left behind.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <gtest/gtest.h>
 #include <tesk/tesk.h>

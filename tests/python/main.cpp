@@ -1,6 +1,6 @@
 // The extension test program: the host's start-up, then the tests.
 #include "extension/exports.h"
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <gtest/gtest.h>
 #include <tesk/tesk.h>

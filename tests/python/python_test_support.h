@@ -2,7 +2,7 @@
 // snippets run through the raw C API, and leak counters.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 #include "extension/startup.h"
 
 #include <gtest/gtest.h>

@@ -4,7 +4,7 @@
 
 #include "from_python/from_python.h"
 #include "from_python/python_object.h"
-#include "language/errors.h"
+#include "from_python/errors.h"
 #include "to_python/to_python.h"
 #include "to_python/wrapper.h"
 

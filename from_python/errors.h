@@ -1,7 +1,7 @@
 // Errors across the boundary: Python exceptions to host errors and back.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <tesk/tesk.h>
 

@@ -1,7 +1,7 @@
 // A Python class looked up once per process from a module attribute.
 #pragma once
 
-#include "extension/python_once.h"
+#include "python/python_once.h"
 
 namespace tesk::cpython {
 

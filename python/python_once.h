@@ -1,7 +1,7 @@
 // One-time initialisation for code that runs with the interpreter lock held.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <atomic>
 #include <mutex>

@@ -1,4 +1,4 @@
-#include "extension/python_dict.h"
+#include "to_python/python_dict.h"
 
 #include "to_python/to_python.h"
 

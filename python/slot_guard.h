@@ -1,7 +1,7 @@
 // Python-facing functions must not let a C++ exception reach the interpreter.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <exception>
 #include <utility>

@@ -2,9 +2,9 @@
 // matching host class (with the source position after an evaluation); a host
 // Error is raised in Python as an exception of a type made for its class,
 // carrying the Error itself so that the very same object comes back.
-#include "language/errors.h"
+#include "from_python/errors.h"
 
-#include "extension/python_class_slot.h"
+#include "python/python_class_slot.h"
 #include "from_python/from_python.h"
 #include "to_python/wrapper.h"
 

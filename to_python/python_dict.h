@@ -1,7 +1,7 @@
 // Filling Python dictionaries with host values.
 #pragma once
 
-#include "extension/python_ref.h"
+#include "python/python_ref.h"
 
 #include <tesk/tesk.h>
 
