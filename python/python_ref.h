@@ -3,6 +3,8 @@
 
 #include <Python.h>
 
+#include <tesk/object.h>
+
 #include <utility>
 
 namespace tesk::cpython {
@@ -16,7 +18,11 @@ public:
     // one), so they skip the PyGILState bookkeeping, which costs more than the
     // conversion of a small value.
     gil_guard() noexcept : nested_(PyThreadState_GetUnchecked() != nullptr) {
-        if (!nested_) state_ = PyGILState_Ensure();
+        if (nested_) return;
+        // Waiting for the interpreter lock while holding a spinlock can
+        // deadlock with a thread that holds the interpreter lock and spins.
+        TESK_LOCK_ASSERT(internal::spinlock_depth() == 0, "interpreter lock awaited under a spinlock");
+        state_ = PyGILState_Ensure();
     }
     ~gil_guard() {
         if (!nested_) PyGILState_Release(state_);
@@ -39,7 +45,10 @@ using PyObjectPtr_Borrowed = PyObject*;
 class PyObjectPtr {
 public:
     PyObjectPtr() noexcept = default;
-    PyObjectPtr(PyObjectPtr const& other) noexcept : p_(other.p_) { Py_XINCREF(p_); }
+    PyObjectPtr(PyObjectPtr const& other) noexcept : p_(other.p_) {
+        assert_lock_held(p_);
+        Py_XINCREF(p_);
+    }
     PyObjectPtr(PyObjectPtr&& other) noexcept : p_(std::exchange(other.p_, nullptr)) {}
     PyObjectPtr& operator=(PyObjectPtr other) noexcept {
         std::swap(p_, other.p_);
@@ -55,6 +64,7 @@ public:
     }
     // Adds a reference to a borrowed object (null allowed).
     static PyObjectPtr borrow(PyObject* p) noexcept {
+        assert_lock_held(p);
         Py_XINCREF(p);
         return steal(p);
     }
@@ -71,6 +81,10 @@ public:
     explicit operator bool() const noexcept { return p_ != nullptr; }
 
 private:
+    // Counts change only under the interpreter lock (checked builds assert it).
+    static void assert_lock_held([[maybe_unused]] PyObject* p) noexcept {
+        TESK_LOCK_ASSERT(p == nullptr || PyGILState_Check(), "Python reference taken without the interpreter lock");
+    }
     PyObject* p_ = nullptr;
 };
 

@@ -13,8 +13,30 @@
 
 namespace tesk {
 
+namespace internal {
+// Checked builds (debug and sanitizer builds define TESK_LOCK_CHECKS) count
+// the spinlocks each thread holds, so that code about to wait for another
+// lock (the Python interpreter lock) can assert that it holds none.
+TESK_API void spinlock_acquired() noexcept;
+TESK_API void spinlock_released() noexcept;
+// The number of spinlocks this thread holds; always 0 in unchecked builds.
+TESK_API int spinlock_depth() noexcept;
+// Reports a broken lock rule and aborts.
+[[noreturn]] TESK_API void lock_check_failed(char const* what, char const* file, int line) noexcept;
+} // namespace internal
+
+// Asserts a lock rule in checked builds (independent of NDEBUG, so that
+// optimised sanitizer builds check too); compiles to nothing otherwise.
+#if defined(TESK_LOCK_CHECKS)
+#define TESK_LOCK_ASSERT(condition, what) \
+    ((condition) ? void(0) : ::tesk::internal::lock_check_failed(what, __FILE__, __LINE__))
+#else
+#define TESK_LOCK_ASSERT(condition, what) void(0)
+#endif
+
 // A lock for short critical sections. Always taken after the Python
-// interpreter lock, never held while waiting for it.
+// interpreter lock, never held while waiting for it, and never held while a
+// value is released (a finaliser may need the interpreter lock).
 class spinlock {
 public:
     void lock() noexcept {
@@ -22,11 +44,26 @@ public:
             while (flag_.test(std::memory_order_relaxed)) {
             }
         }
+        count_acquired();
     }
-    bool try_lock() noexcept { return !flag_.test_and_set(std::memory_order_acquire); }
-    void unlock() noexcept { flag_.clear(std::memory_order_release); }
+    bool try_lock() noexcept {
+        if (flag_.test_and_set(std::memory_order_acquire)) return false;
+        count_acquired();
+        return true;
+    }
+    void unlock() noexcept {
+#if defined(TESK_LOCK_CHECKS)
+        internal::spinlock_released();
+#endif
+        flag_.clear(std::memory_order_release);
+    }
 
 private:
+    static void count_acquired() noexcept {
+#if defined(TESK_LOCK_CHECKS)
+        internal::spinlock_acquired();
+#endif
+    }
     std::atomic_flag flag_;
 };
 
