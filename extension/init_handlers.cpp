@@ -1,9 +1,10 @@
 // What the library does while it is being loaded: describe its module
 // members and queue the init handlers that register them with the host.
 // Nothing here touches Python.
-#include "extension/logging_bridge.h"
 #include "language/language.h"
 #include "language/registration.h"
+#include "extension/logging_bridge.h"
+#include "extension/sys_path.h"
 
 #include <tesk/tesk.h>
 
@@ -26,6 +27,7 @@ struct load_time_registration {
     load_time_registration() {
         (void)keys();
         describe_cpython_module();
+        describe_sys_path_function();
 
         add_init_handler(5, &guarded<&register_cpython_add_sys_path>);
         // The logging bridge goes straight into the host's queue.

@@ -23,8 +23,7 @@ void start_own_interpreter() {
     // No signal handlers: the host owns the process's signals.
     Py_InitializeEx(0);
     // The paths queued while no interpreter ran, in the order they came.
-    for (Any const& item : pending_sys_paths().copyItems())
-        if (auto path = String::cast(item)) (void)cpython_add_sys_path(path.value());
+    for (String const& path : take_pending_sys_paths()) (void)cpython_add_sys_path(path);
     // From here on every entry takes the lock with PyGILState_Ensure, this
     // thread included; its thread state is found again by that call.
     (void)PyEval_SaveThread();

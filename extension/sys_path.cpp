@@ -2,12 +2,15 @@
 #include "extension/sys_path.h"
 
 #include "python/host_entry.h"
-#include "extension/platform.h"
 #include "python/python_ref.h"
-#include "from_python/errors.h"
 #include "to_python/to_python.h"
+#include "from_python/errors.h"
+#include "language/language.h"
+#include "language/registration.h"
+#include "extension/platform.h"
 
 #include <exception>
+#include <utility>
 
 namespace tesk::cpython {
 namespace {
@@ -44,12 +47,38 @@ std::filesystem::path local_application_data() {
     return {};
 }
 
+// Never destroyed: a path may be added while static objects are torn down.
+sys_path_queue& pending_sys_paths() {
+    static auto* const queue = new sys_path_queue();
+    return *queue;
+}
+
+module_function const& add_sys_path_function() {
+    static module_function const described{cpython_module_name, "cpython_add_sys_path",
+                                           make_closure(&cpython_add_sys_path), "path",
+                                           "Adds a path to sys.path once."};
+    return described;
+}
+
 } // namespace
 
-List& pending_sys_paths() {
-    static List paths;
-    return paths;
+bool sys_path_queue::queue(String const& path, bool interpreterRunning) {
+    std::lock_guard guard(lock_);
+    if (closed_ || interpreterRunning) return false;
+    paths_.push_back(path);
+    return true;
 }
+
+std::vector<String> sys_path_queue::take() {
+    std::lock_guard guard(lock_);
+    closed_ = true;
+    return std::exchange(paths_, {});
+}
+
+std::vector<String> take_pending_sys_paths() { return pending_sys_paths().take(); }
+
+void describe_sys_path_function() { (void)add_sys_path_function(); }
+void register_cpython_add_sys_path() { add_sys_path_function().register_now(); }
 
 std::string extension_directory() {
     std::string file = platform::own_library_file();
@@ -90,16 +119,10 @@ void add_user_home() {
 
 Result<None> cpython_add_sys_path(String const& path) {
     return host_entry([&]() -> Any {
-        if (!Py_IsInitialized()) {
-            pending_sys_paths().append(path);
-            return None();
-        }
+        if (pending_sys_paths().queue(path, Py_IsInitialized() != 0)) return None();
         gil_guard gil;
         PyObjectPtr sys = PyObjectPtr::steal(PyImport_ImportModule("sys"));
-        if (!sys) {
-            if (auto error = fetch_python_error()) return error.value();
-            return Error("[cpython_add_sys_path] Unable to import sys.");
-        }
+        if (!sys) return take_python_error(Error("[cpython_add_sys_path] Unable to import sys."));
         PyObjectPtr sysPath = PyObjectPtr::steal(PyObject_GetAttrString(sys.get(), "path"));
         if (sysPath && PyList_Check(sysPath.get())) {
             PyObjectPtr item = to_python_ref(path);

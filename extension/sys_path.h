@@ -5,7 +5,9 @@
 #include <tesk/tesk.h>
 
 #include <filesystem>
+#include <mutex>
 #include <string>
+#include <vector>
 
 namespace tesk::cpython {
 
@@ -23,8 +25,31 @@ void add_user_home();
 // runs, the path is queued and added by the start-up.
 Result<None> cpython_add_sys_path(String const& path);
 
-// The paths queued before the interpreter ran, in order (each an Any holding
-// a String). Only grows.
-List& pending_sys_paths();
+// The paths that arrive before the interpreter runs. Queuing and taking share
+// one lock, so each path is either taken by the start-up or, once the queue is
+// closed, added to sys.path directly: none falls in between.
+class sys_path_queue {
+public:
+    // Queues `path` unless the queue is closed or an interpreter runs already
+    // (one that something else started takes paths directly); gives whether
+    // the path was queued.
+    bool queue(String const& path, bool interpreterRunning);
+    // The queued paths, in the order they came; the queue is closed from now on.
+    std::vector<String> take();
+
+private:
+    std::mutex lock_;
+    std::vector<String> paths_;
+    bool closed_ = false;
+};
+
+// The start-up's part: the paths queued so far, which it adds itself; any
+// later path goes straight to sys.path.
+std::vector<String> take_pending_sys_paths();
+
+// The init handler that makes cpython_add_sys_path a function of tesk.cpython,
+// and its description, made while the library loads.
+void describe_sys_path_function();
+void register_cpython_add_sys_path();
 
 } // namespace tesk::cpython

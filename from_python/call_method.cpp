@@ -1,7 +1,7 @@
 // Calling a method of the Python object that a CPythonObject holds.
+#include "from_python/errors.h"
 #include "from_python/from_python.h"
 #include "from_python/python_object.h"
-#include "from_python/errors.h"
 #include "to_python/to_python.h"
 
 namespace tesk::cpython {
@@ -10,21 +10,18 @@ namespace {
 
 // The pending Python error as a host Error; an exception that is no Error
 // (SystemExit, say) still fails the call.
-Any pending_error() {
-    Union<Error, None> error = fetch_python_error();
-    PyErr_Clear();
-    if (error.has_value()) return error.value();
-    return Error::unknown();
-}
+Any pending_error() { return take_python_error(Error::unknown()); }
 
 } // namespace
 
 Any call_method(Any const& value, char const* name, std::span<Any const> args) {
     gil_guard gil;
-    PyObject* object = get_pyobj(value);
+    // Owned: the attribute lookup runs Python code, which may replace the
+    // object that the proxy holds.
+    PyObjectPtr object = get_pyobj(value);
     if (!object) return Error(String("The object is null."));
 
-    PyObjectPtr method = PyObjectPtr::steal(PyObject_GetAttrString(object, name));
+    PyObjectPtr method = PyObjectPtr::steal(PyObject_GetAttrString(object.get(), name));
     if (!method) PyErr_Clear();
     if (!method || !PyCallable_Check(method.get())) return error_method_not_found(String(name), value);
 

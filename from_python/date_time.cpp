@@ -1,42 +1,15 @@
 #include "from_python/date_time.h"
 
-#include "python/python_class_slot.h"
+#include "python/python_classes.h"
+#include "from_python/attributes.h"
 #include "from_python/from_python.h"
+#include "from_python/instance_test.h"
 
 #include <cmath>
 
 namespace tesk::cpython {
 
 namespace {
-
-// This direction's own class slots.
-python_class_slot datetime_class{"datetime", "datetime"};
-python_class_slot time_class{"datetime", "time"};
-python_class_slot date_class{"datetime", "date"};
-
-std::optional<long> read_int_attribute(PyObject* object, char const* name) {
-    PyObjectPtr attribute = PyObjectPtr::steal(PyObject_GetAttrString(object, name));
-    if (!attribute) {
-        PyErr_Clear();
-        return std::nullopt;
-    }
-    long v = PyLong_AsLong(attribute.get());
-    if (v == -1 && PyErr_Occurred()) {
-        PyErr_Clear();
-        return std::nullopt;
-    }
-    return v;
-}
-
-// A cached class that is missing (the module did not import) skips its test;
-// an isinstance check that raises counts as "no".
-bool is_instance_of(PyObject* object, python_class_slot& slot) {
-    PyObject* cls = slot.get();
-    if (!cls) return false;
-    int r = PyObject_IsInstance(object, cls);
-    if (r < 0) PyErr_Clear();
-    return r > 0;
-}
 
 // The UTC offset in whole seconds when it is zero or positive and whole.
 std::optional<std::uint32_t> utc_offset_seconds(PyObject* object) {
@@ -80,39 +53,39 @@ String zone_name(PyObject* object) {
 } // namespace
 
 std::optional<Date> read_date(PyObject* object) {
-    auto year = read_int_attribute(object, "year");
-    auto month = read_int_attribute(object, "month");
-    auto day = read_int_attribute(object, "day");
+    auto year = int32_attribute(object, "year");
+    auto month = int32_attribute(object, "month");
+    auto day = int32_attribute(object, "day");
     if (!year || !month || !day) return std::nullopt;
-    return Date(static_cast<std::int32_t>(*year), static_cast<std::uint8_t>(*month), static_cast<std::uint8_t>(*day));
+    return Date(*year, static_cast<std::uint8_t>(*month), static_cast<std::uint8_t>(*day));
 }
 
 std::optional<Time> read_time(PyObject* object) {
-    auto hour = read_int_attribute(object, "hour");
-    auto minute = read_int_attribute(object, "minute");
-    auto second = read_int_attribute(object, "second");
-    auto microsecond = read_int_attribute(object, "microsecond");
+    auto hour = int32_attribute(object, "hour");
+    auto minute = int32_attribute(object, "minute");
+    auto second = int32_attribute(object, "second");
+    auto microsecond = int32_attribute(object, "microsecond");
     if (!hour || !minute || !second || !microsecond) return std::nullopt;
     auto h = static_cast<std::uint8_t>(*hour);
     auto m = static_cast<std::uint8_t>(*minute);
     auto s = static_cast<std::uint8_t>(*second);
     auto ns = static_cast<std::uint32_t>(*microsecond) * 1000u;
-    long fold = read_int_attribute(object, "fold").value_or(0);
+    std::int32_t fold = int32_attribute(object, "fold").value_or(0);
     std::optional<std::uint32_t> offset = utc_offset_seconds(object);
     if (!offset) return Time(h, m, s, ns);
     return Time(h, m, s, ns, *offset, zone_name(object), static_cast<std::uint8_t>(fold));
 }
 
 std::optional<Any> date_time_from_python(PyObject* object) {
-    if (is_instance_of(object, datetime_class)) {
+    if (is_instance(object, datetime_class())) {
         auto date = read_date(object);
         auto time = read_time(object);
         if (date && time) return DateTime(*date, *time);
     }
-    if (is_instance_of(object, time_class)) {
+    if (is_instance(object, time_class())) {
         if (auto time = read_time(object)) return *time;
     }
-    if (is_instance_of(object, date_class)) {
+    if (is_instance(object, date_class())) {
         if (auto date = read_date(object)) return *date;
     }
     return std::nullopt;

@@ -5,7 +5,9 @@
 #include "from_python/errors.h"
 
 #include "python/python_class_slot.h"
+#include "from_python/attributes.h"
 #include "from_python/from_python.h"
+#include "from_python/instance_test.h"
 #include "to_python/wrapper.h"
 
 #include <mutex>
@@ -30,10 +32,6 @@ exception_type_registry& registry() {
     static auto* const instance = new exception_type_registry;
     return *instance;
 }
-
-// The Python type that a host class was made from, when it was made from
-// one. Host classes for Python types do not exist yet, so no class is one.
-PyObject* python_type_behind(Class_Generic const& /*cls*/) { return nullptr; }
 
 // The text of a Python str; lone surrogates are escaped rather than lost.
 String text_of(PyObject* str) {
@@ -74,36 +72,14 @@ String message_of(PyObject* exception) {
     return String(std::string(Py_TYPE(exception)->tp_name) + ": <exception str() failed>");
 }
 
-// An integer attribute; nothing when it is missing, None or not an integer.
-std::optional<long long> integer_attribute(PyObject* object, char const* name) {
-    PyObjectPtr value = PyObjectPtr::steal(PyObject_GetAttrString(object, name));
-    if (!value || value.get() == Py_None) {
-        PyErr_Clear();
-        return std::nullopt;
-    }
-    long long number = PyLong_AsLongLong(value.get());
-    if (number == -1 && PyErr_Occurred()) {
-        PyErr_Clear();
-        return std::nullopt;
-    }
-    return number;
-}
-
-bool has_text_attribute(PyObject* object, char const* name, char const* expected) {
-    PyObjectPtr value = PyObjectPtr::steal(PyObject_GetAttrString(object, name));
-    bool equal = value && PyUnicode_Check(value.get()) && PyUnicode_CompareWithASCIIString(value.get(), expected) == 0;
-    PyErr_Clear();
-    return equal;
-}
-
 // Evaluated code is compiled under this file name.
 constexpr char const* evaluated_file = "<string>";
 
 // The line of the innermost traceback entry that runs evaluated code. Frames
 // of other files (a library function that raised) say nothing about where
 // in the caller's code the error happened.
-std::optional<long long> innermost_evaluated_line(PyObject* exception) {
-    std::optional<long long> line;
+std::optional<std::int64_t> innermost_evaluated_line(PyObject* exception) {
+    std::optional<std::int64_t> line;
     PyObjectPtr entry = PyObjectPtr::steal(PyException_GetTraceback(exception));
     while (entry && entry.get() != Py_None) {
         PyObjectPtr frame = PyObjectPtr::steal(PyObject_GetAttrString(entry.get(), "tb_frame"));
@@ -124,7 +100,7 @@ bool makes_errors(Class_Generic const& cls) {
     return made.conformsTo(Error::getClass());
 }
 
-Union<Integer, None> position(std::optional<long long> value) {
+Union<Integer, None> position(std::optional<std::int64_t> value) {
     if (!value || *value <= 0) return {};
     return Integer(static_cast<std::int64_t>(*value));
 }
@@ -141,6 +117,13 @@ Union<Error, None> fetch_python_error() {
     return {};
 }
 
+Error take_python_error(Error const& fallback) {
+    Union<Error, None> error = fetch_python_error();
+    PyErr_Clear();
+    if (error.has_value()) return error.value();
+    return fallback;
+}
+
 Any error_from_exception(PyObject* exception) {
     if (exception == nullptr) return Error::unknown();
     gil_guard gil;
@@ -155,10 +138,8 @@ Any error_from_exception(PyObject* exception) {
     }
     Class_Generic const errorClass = host_error_class_for(reinterpret_cast<PyObject*>(Py_TYPE(exception)));
     String message;
-    if (PyObject_IsInstance(exception, PyExc_SyntaxError) > 0) message = formatted_report(exception);
-    PyErr_Clear();
+    if (is_instance(exception, PyExc_SyntaxError)) message = formatted_report(exception);
     if (message.isEmpty()) message = message_of(exception);
-    if (python_type_behind(errorClass) != nullptr) return Error(message);
     return Error::ofClass(errorClass, message);
 }
 
@@ -189,8 +170,8 @@ Error evaluation_error_from_python(int lineCorrection, int columnCorrection, int
     // A syntax error in the evaluated code knows its position; the position
     // attributes of other exceptions (a JSON decoding error's lineno, a syntax
     // error of some other source) refer to other text.
-    std::optional<long long> line, offset, endLine, endOffset;
-    if (PyObject_IsInstance(exception.get(), PyExc_SyntaxError) > 0 &&
+    std::optional<std::int64_t> line, offset, endLine, endOffset;
+    if (is_instance(exception.get(), PyExc_SyntaxError) &&
         has_text_attribute(exception.get(), "filename", evaluated_file)) {
         line = integer_attribute(exception.get(), "lineno");
         offset = integer_attribute(exception.get(), "offset");
@@ -198,7 +179,7 @@ Error evaluation_error_from_python(int lineCorrection, int columnCorrection, int
         endOffset = integer_attribute(exception.get(), "end_offset");
     }
     PyErr_Clear();
-    std::optional<long long> length;
+    std::optional<std::int64_t> length;
     if (line && offset && endLine && endOffset && *line == *endLine && *endOffset >= *offset)
         length = *endOffset - *offset;
     if (!line) line = innermost_evaluated_line(exception.get());
@@ -247,7 +228,6 @@ void raise_host_error(Error const& error) {
 
 PyObject* python_exception_type_for(Class_Generic const& errorClass) {
     if (errorClass.isSame(StopIteration::getClass())) return PyExc_StopIteration;
-    if (PyObject* type = python_type_behind(errorClass)) return type;
     if (errorClass.isSame(Error::getClass())) return PyExc_RuntimeError;
     exception_type_registry& r = registry();
     {

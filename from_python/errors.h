@@ -10,6 +10,8 @@ namespace tesk::cpython {
 // Takes the pending Python exception (clearing it) and gives its host error;
 // none when nothing is pending or it does not convert to an Error.
 Union<Error, None> fetch_python_error();
+// The same, with `fallback` when nothing converts; nothing stays pending.
+Error take_python_error(Error const& fallback);
 // After a failed evaluation: the pending exception as an Error, or an
 // EvaluationError with corrected positions; Error::unknown() when nothing is pending.
 // A corrected line past `lastLine` (when it is above 0) lies in code that the

@@ -7,31 +7,18 @@
 // cannot match any test ahead of their own, so the result is the same.
 #include "from_python/from_python.h"
 
-#include "python/python_class_slot.h"
+#include "python/python_classes.h"
 #include "from_python/date_time.h"
+#include "from_python/errors.h"
+#include "from_python/instance_test.h"
 #include "from_python/numbers.h"
 #include "from_python/proxies.h"
 #include "from_python/text.h"
-#include "from_python/errors.h"
 #include "to_python/wrapper.h"
 
 namespace tesk::cpython {
 
 namespace {
-
-python_class_slot decimal_class{"decimal", "Decimal"};
-
-// An instance check whose failure counts as "no" and leaves nothing pending.
-bool is_instance(PyObject* object, PyObject* cls) {
-    int r = PyObject_IsInstance(object, cls);
-    if (r < 0) PyErr_Clear();
-    return r > 0;
-}
-
-bool is_decimal(PyObject* object) {
-    PyObject* cls = decimal_class.get();
-    return cls && is_instance(object, cls);
-}
 
 // Whatever has no host value of its own, most specific proxy first.
 Any proxy_from_python(PyObject* object) {
@@ -49,10 +36,12 @@ Any convert_in_order(PyObject* object) {
     if (PyBool_Check(object)) return Boolean(object == Py_True);
     if (PyByteArray_Check(object)) return bytearray_from_python(object);
     if (PyBytes_Check(object)) return bytes_from_python(object);
-    if (is_decimal(object)) return decimal_from_python(object);
+    if (is_instance(object, decimal_class())) return decimal_from_python(object);
     if (PyFloat_Check(object)) return float_from_python(object);
     if (PyNumber_Check(object)) return number_from_python(object);
-    if (is_instance(object, PyExc_Exception)) return error_from_exception(object);
+    // An object that cannot say whether it is an exception (its __class__
+    // raises) is taken for one: it becomes an Error rather than a proxy.
+    if (is_instance(object, PyExc_Exception, on_failure::match)) return error_from_exception(object);
     if (PyType_Check(object)) return class_from_python_type(object);
     if (PyCallable_Check(object)) return function_from_python_callable(object);
     if (PyUnicode_Check(object)) return string_from_python(object);

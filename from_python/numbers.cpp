@@ -1,28 +1,15 @@
 #include "from_python/numbers.h"
 
-#include "from_python/text.h"
 #include "from_python/errors.h"
+#include "from_python/text.h"
 
 #include <cmath>
 
 namespace tesk::cpython {
 
-namespace {
-
-// The pending Python error as the host error, or the fallback text when it
-// does not convert to one. Either way nothing stays pending.
-Error python_error_or(char const* fallback) {
-    Union<Error, None> pending = fetch_python_error();
-    PyErr_Clear();
-    if (pending.has_value()) return pending.value();
-    return Error(String(fallback));
-}
-
-} // namespace
-
 Any decimal_from_python(PyObject* decimal) {
     PyObjectPtr text = PyObjectPtr::steal(PyObject_Str(decimal));
-    if (!text) return python_error_or("Unable to convert Python decimal to string.");
+    if (!text) return take_python_error(Error(String("Unable to convert Python decimal to string.")));
     Any converted = string_from_python(text.get());
     if (!String::test(converted)) return converted;
     return Decimal::fromString(String::unsafe(converted));
@@ -46,7 +33,7 @@ Any float_from_python(PyObject* number) {
 Any integer_from_python(PyObject* integer) {
     long long v = PyLong_AsLongLong(integer);
     // Out of the int64 range: the host gets the OverflowError Python raised.
-    if (v == -1 && PyErr_Occurred()) return python_error_or("Unable to convert Python integer to int64.");
+    if (v == -1 && PyErr_Occurred()) return take_python_error(Error(String("Unable to convert Python integer to int64.")));
     return Integer(static_cast<std::int64_t>(v));
 }
 
@@ -54,7 +41,7 @@ Any number_from_python(PyObject* number) {
     // Truncates every number that is neither a float nor a decimal:
     // Fraction(1, 2) gives 0; a complex number gives Python's TypeError.
     PyObjectPtr integer = PyObjectPtr::steal(PyNumber_Long(number));
-    if (!integer) return python_error_or("Unable to convert Python number to integer.");
+    if (!integer) return take_python_error(Error(String("Unable to convert Python number to integer.")));
     return integer_from_python(integer.get());
 }
 

@@ -101,13 +101,17 @@ bool is_python_object(Any const& value) {
     return static_cast<bool>(slot_of(resolved(value)));
 }
 
-PyObject* get_pyobj(Any const& value) {
+PyObjectPtr get_pyobj(Any const& value) {
     Any target = resolved(value);
     pyobj_slot slot = slot_of(target);
-    if (!slot) return nullptr;
+    if (!slot) return {};
+    // The reference is taken under the instance lock, so that a concurrent
+    // set_pyobj cannot drop the object between the read and the increment
+    // (counting needs no interpreter call: taking the spinlock under the
+    // interpreter lock is the allowed order).
     std::lock_guard<spinlock> lock(slot.instance->lock());
-    if (slot.index >= slot.instance->fields.size()) return nullptr;
-    return address_of(slot.instance->fields[slot.index]);
+    if (slot.index >= slot.instance->fields.size()) return {};
+    return PyObjectPtr::borrow(address_of(slot.instance->fields[slot.index]));
 }
 
 void set_pyobj(Any const& value, PyObject* object) {

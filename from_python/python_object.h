@@ -14,8 +14,10 @@ Class_Generic cpython_object_class();
 
 // Whether `value` is a CPythonObject (or of a class derived from it).
 bool is_python_object(Any const& value);
-// The Python object held by a CPythonObject, borrowed; null when it holds none.
-PyObject* get_pyobj(Any const& value);
+// The Python object held by a CPythonObject, as a reference of the caller's
+// own (the proxy's may be replaced by any Python code that runs meanwhile);
+// null when it holds none. The caller holds the interpreter lock.
+PyObjectPtr get_pyobj(Any const& value);
 // Stores `object` (a new strong reference) and drops the one held before.
 // The caller holds the interpreter lock.
 void set_pyobj(Any const& value, PyObject* object);

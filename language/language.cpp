@@ -2,7 +2,6 @@
 #include "language/language.h"
 
 #include "python/host_entry.h"
-#include "extension/sys_path.h"
 #include "language/evaluation.h"
 #include "language/module_lookup.h"
 #include "language/registration.h"
@@ -12,13 +11,8 @@
 namespace tesk::cpython {
 namespace {
 
-// Plain text: read during load-time initialisation of other files.
-constexpr char const* cpython_module_name = "tesk.cpython";
-
 // The members of tesk.cpython, described while the library loads.
 struct cpython_module_members {
-    module_function add_sys_path{cpython_module_name, "cpython_add_sys_path", make_closure(&cpython_add_sys_path),
-                                 "path", "Adds a path to sys.path once."};
     module_function evaluate{cpython_module_name, "evaluate", make_closure(&evaluate_block), "code, scope",
                              "Evaluates Python code.", {Any()}};
     module_function evaluate_expr{cpython_module_name, "evaluate_expr", make_closure(&evaluate_expression),
@@ -139,7 +133,6 @@ Result<Any> evaluate_expression_in_sandbox(String code, Union<EvaluationScope, N
 }
 
 void describe_cpython_module() { (void)members(); }
-void register_cpython_add_sys_path() { members().add_sys_path.register_now(); }
 void register_evaluate() { members().evaluate.register_now(); }
 void register_evaluate_expr() { members().evaluate_expr.register_now(); }
 void register_cpython_doc() { members().doc.register_now(); }

@@ -6,6 +6,10 @@
 
 namespace tesk::cpython {
 
+// The host module of the language's own functions. Plain text: read during
+// the load-time initialisation of other files.
+inline constexpr char const* cpython_module_name = "tesk.cpython";
+
 // The class, built on first use.
 Class_Generic cpython_language_class();
 // The one instance, the same handle every time.
@@ -18,8 +22,8 @@ Result<Any> evaluate_expression(String code, Union<EvaluationScope, None> scope)
 Result<Any> evaluate_block_in_sandbox(String code, Union<EvaluationScope, None> scope);
 Result<Any> evaluate_expression_in_sandbox(String code, Union<EvaluationScope, None> scope);
 
-// The init handlers of the module tesk.cpython, one per member.
-void register_cpython_add_sys_path();
+// The init handlers of the module tesk.cpython, one per member (the
+// extension adds cpython_add_sys_path).
 void register_evaluate();
 void register_evaluate_expr();
 void register_cpython_doc();

@@ -4,7 +4,6 @@
 
 #include "python/host_entry.h"
 #include "python/python_ref.h"
-#include "extension/startup.h"
 #include "from_python/python_object.h"
 
 namespace tesk::cpython {
@@ -13,11 +12,12 @@ Result<Any> resolve_python_name(String const& /*name*/) { return Error("Not avai
 
 Result<String> python_value_to_code(Any const& value) {
     return host_entry([&]() -> Any {
-        if (is_python_object(value)) {
-            ensure_interpreter();
+        // Only a proxy made before the interpreter ran (one that holds no
+        // object) finds it stopped; it has nothing to show but the host's form.
+        if (is_python_object(value) && Py_IsInitialized()) {
             gil_guard gil;
-            if (PyObject* object = get_pyobj(value)) {
-                PyObjectPtr repr = PyObjectPtr::steal(PyObject_Repr(object));
+            if (PyObjectPtr object = get_pyobj(value)) {
+                PyObjectPtr repr = PyObjectPtr::steal(PyObject_Repr(object.get()));
                 Py_ssize_t size = 0;
                 char const* text = repr ? PyUnicode_AsUTF8AndSize(repr.get(), &size) : nullptr;
                 if (text != nullptr) return String::fromUtf8(text, static_cast<std::size_t>(size));

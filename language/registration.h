@@ -10,10 +10,6 @@ namespace tesk::cpython {
 
 // Member names that several parts of the library use, built once.
 struct name_keys {
-    meta_field_untyped pyobj{"$_pyobj"};
-    meta_property_untyped defaults{"$$defaults"};
-    meta_field_untyped result_type{"$_result_type"};
-    meta_field_untyped sign{"$_sign"};
     meta_method_untyped import_all_modules{"importAllModules"};
 };
 name_keys const& keys();

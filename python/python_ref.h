@@ -35,9 +35,6 @@ private:
     PyGILState_STATE state_ = PyGILState_UNLOCKED;
 };
 
-// A reference that this code does not own.
-using PyObjectPtr_Borrowed = PyObject*;
-
 // Owns one strong reference. Dropping it takes the interpreter lock itself, so
 // host threads may drop references anywhere; taking one (borrow, copy) needs
 // the lock held by the caller. Process-wide caches keep raw references that

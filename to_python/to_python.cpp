@@ -4,21 +4,14 @@
 // kind; only dates, times and decimals call a Python class.
 #include "to_python/to_python.h"
 
-#include "python/python_class_slot.h"
-#include "from_python/python_object.h"
+#include "python/python_classes.h"
 #include "from_python/errors.h"
+#include "from_python/python_object.h"
 #include "to_python/wrapper.h"
 
 namespace tesk::cpython {
 
 namespace {
-
-// This direction's own class slots (the other direction keeps its own, so
-// neither depends on the order in which the two are first used).
-python_class_slot date_class{"datetime", "date"};
-python_class_slot time_class{"datetime", "time"};
-python_class_slot datetime_class{"datetime", "datetime"};
-python_class_slot decimal_class{"decimal", "Decimal"};
 
 PyObject* convert(Any const& value);
 
@@ -77,14 +70,14 @@ PyObject* tuple_to_python(Tuple const& tuple) {
 }
 
 PyObject* date_to_python(Date const& date) {
-    PyObject* cls = date_class.get();
+    PyObject* cls = date_class();
     if (!cls) return nullptr;
     return PyObject_CallFunction(cls, "iii", static_cast<int>(date.year()), static_cast<int>(date.month()),
                                  static_cast<int>(date.day()));
 }
 
 PyObject* decimal_to_python(Decimal const& decimal) {
-    PyObject* cls = decimal_class.get();
+    PyObject* cls = decimal_class();
     if (!cls) return nullptr;
     // By its text, so that "1.10" keeps its final zero.
     PyObjectPtr text = PyObjectPtr::steal(string_to_python(decimal.toString()));
@@ -107,7 +100,7 @@ PyObject* call_with_fold(PyObject* cls, PyObjectPtr const& args, Time const& tim
 }
 
 PyObject* time_to_python(Time const& time) {
-    PyObject* cls = time_class.get();
+    PyObject* cls = time_class();
     if (!cls) return nullptr;
     PyObjectPtr args = PyObjectPtr::steal(Py_BuildValue("(iiii)", static_cast<int>(time.hour()),
                                                         static_cast<int>(time.minute()),
@@ -116,7 +109,7 @@ PyObject* time_to_python(Time const& time) {
 }
 
 PyObject* datetime_to_python(DateTime const& dateTime) {
-    PyObject* cls = datetime_class.get();
+    PyObject* cls = datetime_class();
     if (!cls) return nullptr;
     Date date = dateTime.date();
     Time time = dateTime.time();
@@ -137,7 +130,7 @@ PyObject* external_to_python(Any const& value) {
 // A proxy of a Python object gives that very object back; a proxy that holds
 // none has no Python form (null without an exception).
 PyObject* python_object_to_python(Any const& proxy) {
-    return Py_XNewRef(get_pyobj(proxy));
+    return get_pyobj(proxy).release();
 }
 
 PyObject* instance_to_python(Any const& instance) {

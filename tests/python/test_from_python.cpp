@@ -42,7 +42,7 @@ protected:
         PyObjectPtr object = eval(expression);
         Any value = from_python(object.get());
         EXPECT_TRUE(is_python_object(value)) << expression << " gave " << display(value).toUtf8();
-        EXPECT_EQ(get_pyobj(value), object.get()) << expression;
+        EXPECT_EQ(get_pyobj(value).get(), object.get()) << expression;
         EXPECT_EQ(PyErr_Occurred(), nullptr);
     }
 };
@@ -232,7 +232,7 @@ TEST_F(FromPython, EverythingElseIsHeldAsAPythonObject) {
     Any a = from_python(list.get());
     Any b = from_python(list.get());
     EXPECT_FALSE(a.isSame(b));
-    EXPECT_EQ(get_pyobj(a), get_pyobj(b));
+    EXPECT_EQ(get_pyobj(a).get(), get_pyobj(b).get());
 }
 
 TEST_F(FromPython, AWrapperGivesBackTheVeryHostObject) {

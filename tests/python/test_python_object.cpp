@@ -39,11 +39,11 @@ TEST_F(PythonObject, HoldsOneReferenceForAsLongAsTheHostKeepsIt) {
     ASSERT_TRUE(Integer::test(field));
     EXPECT_EQ(Integer::unsafe(field).value(), reinterpret_cast<std::intptr_t>(object.get()));
     set_pyobj(proxy, other.get());
-    EXPECT_EQ(get_pyobj(proxy), other.get());
+    EXPECT_EQ(get_pyobj(proxy).get(), other.get());
     EXPECT_EQ(Py_REFCNT(object.get()), references);
     EXPECT_EQ(Py_REFCNT(other.get()), otherReferences + 1);
     set_pyobj(proxy, nullptr);
-    EXPECT_EQ(get_pyobj(proxy), nullptr);
+    EXPECT_EQ(get_pyobj(proxy).get(), nullptr);
     EXPECT_EQ(Py_REFCNT(other.get()), otherReferences);
 }
 
@@ -52,10 +52,10 @@ TEST_F(PythonObject, RecognisedThroughDeferredValuesAndOnlyForProxies) {
     Any proxy = from_python(object.get());
     Any deferred = Computed_Generic::make([proxy] { return proxy; });
     EXPECT_TRUE(is_python_object(deferred));
-    EXPECT_EQ(get_pyobj(deferred), object.get());
+    EXPECT_EQ(get_pyobj(deferred).get(), object.get());
     for (Any other : {Any(), Any(Integer(1)), Any(List()), Any(Error(String("e"))), Any(cpython_object_class())}) {
         EXPECT_FALSE(is_python_object(other)) << display(other).toUtf8();
-        EXPECT_EQ(get_pyobj(other), nullptr);
+        EXPECT_EQ(get_pyobj(other).get(), nullptr);
     }
     // A derived class is recognised as well.
     Result<Class_Generic> built =
@@ -64,7 +64,7 @@ TEST_F(PythonObject, RecognisedThroughDeferredValuesAndOnlyForProxies) {
     Class_Generic derived = built.as<Class_Generic>();
     Any instance = make_python_object(derived, object.get());
     EXPECT_TRUE(is_python_object(instance));
-    EXPECT_EQ(get_pyobj(instance), object.get());
+    EXPECT_EQ(get_pyobj(instance).get(), object.get());
 }
 
 TEST_F(PythonObject, ConversionsLeakNoHostObjects) {

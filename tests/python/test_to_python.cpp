@@ -184,7 +184,7 @@ TEST_F(ToPython, ConvertsOnAThreadThatDoesNotHoldTheLock) {
         Any back = from_python(tuple.get());
         gil_guard gil;
         converted = tuple && PyTuple_Check(tuple.get()) && PyTuple_GET_SIZE(tuple.get()) == 2 &&
-                    get_pyobj(back) == tuple.get();
+                    get_pyobj(back).get() == tuple.get();
     });
     worker.join();
     Py_END_ALLOW_THREADS
