@@ -11,8 +11,8 @@ namespace tesk::cpython {
 
 // Read through the attributes (year, month, day; hour, minute, second,
 // microsecond, fold; utcoffset(), tzname()), so any object shaped like a
-// date or time reads. Nothing when an attribute is missing or not an int;
-// every failure is cleared.
+// date or time reads. Nothing when an attribute is missing, not an int or out
+// of the 32-bit range; every failure is cleared.
 std::optional<Date> read_date(PyObject* object);
 // An offset is kept only when it is zero or more whole seconds (the host
 // stores it unsigned), with the zone name from tzname() and the fold bit;

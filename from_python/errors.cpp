@@ -20,7 +20,8 @@ namespace {
 
 // The pairs of host error classes and generated Python exception types. Only
 // grows; the types are owned by it and live for the process. The lock is taken
-// after the interpreter lock, and no Python code runs while it is held.
+// with or without the interpreter lock (never the other way round), and no
+// Python code runs while it is held.
 struct exception_type_registry {
     spinlock lock;
     std::unordered_map<internal::object_value_class const*, PyObject*> types;
@@ -249,11 +250,17 @@ PyObject* python_exception_type_for(Class_Generic const& errorClass) {
     // The type was made outside the registry lock (making it runs Python's
     // type machinery); a thread that registered one meanwhile wins, so each
     // host class still has exactly one Python type.
-    std::lock_guard<spinlock> guard(r.lock);
-    auto [entry, inserted] = r.types.emplace(errorClass.record(), made.get());
-    if (!inserted) return entry->second; // `made` is dropped (lock held: Py_DecRef nests)
-    r.classes.emplace(made.get(), errorClass);
-    return made.release();
+    PyObject* winner = nullptr;
+    {
+        std::lock_guard<spinlock> guard(r.lock);
+        auto [entry, inserted] = r.types.emplace(errorClass.record(), made.get());
+        if (inserted) {
+            r.classes.emplace(made.get(), errorClass);
+            return made.release();
+        }
+        winner = entry->second;
+    }
+    return winner; // `made` is dropped here, after the lock (it takes the interpreter lock)
 }
 
 } // namespace tesk::cpython

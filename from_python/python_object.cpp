@@ -30,10 +30,17 @@ void fill_class(class_builder_base& builder) {
 
 class_accessor cpython_object_accessor{"CPythonObject", &fill_class};
 
-// Deferred values and weak references stand for what they resolve to.
+// Deferred values and weak references stand for what they resolve to. A
+// deferred value is computed once, and a thread that asks meanwhile waits for
+// it; the computation may need the interpreter lock, so the wait is made
+// without it.
 Any resolved(Any const& value) {
     Kind k = value.kind();
-    if (k == Kind::Computed || k == Kind::Weak || k == Kind::External) return internal::unwrap(value);
+    if (k == Kind::Weak) return internal::unwrap(value);
+    if (k == Kind::Computed || k == Kind::External) {
+        gil_release unlocked;
+        return internal::unwrap(value);
+    }
     return value;
 }
 
@@ -115,14 +122,16 @@ PyObjectPtr get_pyobj(Any const& value) {
 }
 
 void set_pyobj(Any const& value, PyObject* object) {
+    // Owned before anything else: resolving the value may give up the
+    // interpreter lock, and the caller's reference is only borrowed.
+    PyObjectPtr owned = PyObjectPtr::borrow(object);
     Any target = resolved(value);
     pyobj_slot slot = slot_of(target);
     if (!slot) return;
-    Py_XINCREF(object);
-    Any previous = exchange_field(slot, field_of(object));
+    Any previous = exchange_field(slot, field_of(owned.release()));
     // The previous holder of the field (or, when the field was missing, our own
     // new reference) is dropped after the instance lock is released.
-    Py_XDECREF(address_of(previous));
+    PyObjectPtr::steal(address_of(previous)).reset();
 }
 
 Any make_python_object(Class_Generic const& cls, PyObject* object) {

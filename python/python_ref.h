@@ -35,6 +35,25 @@ private:
     PyGILState_STATE state_ = PyGILState_UNLOCKED;
 };
 
+// Gives the interpreter lock up for the lifetime of the guard, when this
+// thread holds it, and takes it back at the end: for waits that another thread
+// may end only by taking the lock (see python/lock_order.h). Python pointers
+// that this thread borrowed may be gone afterwards.
+class gil_release {
+public:
+    gil_release() noexcept : saved_(PyThreadState_GetUnchecked() != nullptr ? PyEval_SaveThread() : nullptr) {}
+    ~gil_release() {
+        if (!saved_) return;
+        TESK_LOCK_ASSERT(internal::spinlock_depth() == 0, "interpreter lock awaited under a spinlock");
+        PyEval_RestoreThread(saved_);
+    }
+    gil_release(gil_release const&) = delete;
+    gil_release& operator=(gil_release const&) = delete;
+
+private:
+    PyThreadState* saved_;
+};
+
 // Owns one strong reference. Dropping it takes the interpreter lock itself, so
 // host threads may drop references anywhere; taking one (borrow, copy) needs
 // the lock held by the caller. Process-wide caches keep raw references that

@@ -120,9 +120,15 @@ PyObject* datetime_to_python(DateTime const& dateTime) {
     return call_with_fold(cls, args, time);
 }
 
-// A value loaded on demand stands for the loaded value.
+// A value loaded on demand stands for the loaded value. The loader runs once,
+// and a thread that asks meanwhile waits for it; the loader may need the
+// interpreter lock, so the wait is made without it.
 PyObject* external_to_python(Any const& value) {
-    Any loaded = internal::unwrap(value);
+    Any loaded;
+    {
+        gil_release unlocked;
+        loaded = internal::unwrap(value);
+    }
     if (loaded.kind() == Kind::External) return new_wrapper(value);
     return convert(loaded);
 }

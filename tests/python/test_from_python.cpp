@@ -218,8 +218,46 @@ TEST_F(FromPython, DatesTimesAndOffsets) {
     EXPECT_FALSE(Time::unsafe(badZone).hasOffset());
 }
 
+TEST_F(FromPython, DateFieldsOutOfThe32BitRangeDoNotRead) {
+    // Read as a 64-bit long and narrowed, 2**40 used to become year 0. A
+    // field that does not fit makes the object unreadable as a date: it is
+    // held as a Python object instead.
+    run("class FarDate(datetime.date):\n"
+        "    @property\n"
+        "    def year(self): return 2**40\n"
+        "class FarTime(datetime.time):\n"
+        "    @property\n"
+        "    def hour(self): return -2**40\n");
+    expect_proxy("FarDate(2024, 1, 2)");
+    expect_proxy("FarTime(1, 2, 3)");
+    // The edge of the range still reads.
+    run("class EdgeDate(datetime.date):\n"
+        "    @property\n"
+        "    def year(self): return 2**31 - 1\n");
+    Any edge = convert("EdgeDate(2024, 1, 2)");
+    ASSERT_TRUE(Date::test(edge)) << display(edge).toUtf8();
+    EXPECT_EQ(Date::unsafe(edge).year(), 2147483647);
+}
+
 TEST_F(FromPython, ExceptionsBecomeHostErrors) {
     expect_error("ValueError('x marks the spot')", "x marks the spot");
+}
+
+TEST_F(FromPython, AnObjectWhoseInstanceCheckRaisesCountsAsAnException) {
+    // isinstance(obj, Exception) reads obj.__class__, which raises here: a
+    // failed check counts as an exception, and its error is not left pending
+    // (convert() checks that nothing is).
+    run("class Opaque:\n"
+        "    @property\n"
+        "    def __class__(self): raise RuntimeError('no class')\n"
+        "    def __str__(self): return 'opaque object'\n");
+    expect_error("Opaque()", "opaque object");
+    // The checks that count a failure as no match leave nothing pending either.
+    run("class OpaqueDecimal:\n"
+        "    @property\n"
+        "    def __class__(self): raise RuntimeError('no class')\n"
+        "    def __index__(self): return 2\n");
+    expect_integer("OpaqueDecimal()", 2);
 }
 
 TEST_F(FromPython, EverythingElseIsHeldAsAPythonObject) {

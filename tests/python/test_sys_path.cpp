@@ -4,10 +4,12 @@
 #include "language_test_support.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <thread>
 #include <unistd.h>
 
 namespace tesk::cpython::testing {
@@ -81,6 +83,50 @@ TEST(SysPath, AddsAPathOnceThroughTheModuleFunction) {
     EXPECT_EQ(std::count(paths.begin(), paths.end(), path.toUtf8()), 1);
     // Not text: refused by the function's parameter type.
     EXPECT_TRUE(add({Integer(3)}).isError());
+}
+
+TEST(SysPath, TheQueueHoldsPathsUntilTheStartUpTakesThem) {
+    sys_path_queue queue;
+    EXPECT_TRUE(queue.queue(String("/a"), false));
+    EXPECT_TRUE(queue.queue(String("/b"), false));
+    // An interpreter that something else started takes paths directly.
+    EXPECT_FALSE(queue.queue(String("/c"), true));
+    EXPECT_EQ(queue.take(), (std::vector<String>{String("/a"), String("/b")}));
+    // Taken once: every later path goes straight to sys.path, even while the
+    // interpreter is not reported as running yet.
+    EXPECT_FALSE(queue.queue(String("/d"), false));
+    EXPECT_TRUE(queue.take().empty());
+}
+
+TEST(SysPath, APathAddedWhileTheStartUpTakesTheQueueIsNeverLost) {
+    // Each path ends up either in what the start-up took or back with its
+    // caller, who adds it directly; none falls in between, however the
+    // threads interleave.
+    constexpr int adders = 3;
+    constexpr int pathsEach = 200;
+    for (int round = 0; round < 20; ++round) {
+        sys_path_queue queue;
+        std::atomic<int> refused{0};
+        std::atomic<bool> go{false};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < adders; ++t) {
+            threads.emplace_back([&, t] {
+                while (!go.load()) std::this_thread::yield();
+                for (int i = 0; i < pathsEach; ++i)
+                    if (!queue.queue(String("/p" + std::to_string(t) + "-" + std::to_string(i)), false)) ++refused;
+            });
+        }
+        std::vector<String> taken;
+        std::thread startUp([&] {
+            while (!go.load()) std::this_thread::yield();
+            std::this_thread::yield();
+            taken = queue.take();
+        });
+        go = true;
+        for (auto& thread : threads) thread.join();
+        startUp.join();
+        ASSERT_EQ(static_cast<int>(taken.size()) + refused.load(), adders * pathsEach) << "round " << round;
+    }
 }
 
 TEST(SysPath, LibraryPathsAddZipArchivesAndSitePackages) {

@@ -1,0 +1,78 @@
+// Every lock of the process that this library runs in, what each guards, and
+// the order in which they may be taken. Comment only: nothing includes it.
+//
+// THE RULES
+//
+// 1. The interpreter lock (the GIL) comes before any other lock: a thread may
+//    take a spinlock while it holds the interpreter lock, never the reverse.
+//    A thread that holds a spinlock never waits for the interpreter lock
+//    (gil_guard asserts this in checked builds) and never calls into Python.
+// 2. No value is released under a spinlock. Releasing a host value may run
+//    its finaliser (a CPythonObject drops its Python object, which takes the
+//    interpreter lock); releasing a Python reference (PyObjectPtr) takes the
+//    interpreter lock itself. Values are swapped out under the lock and
+//    dropped after it (see exchange_field in from_python/python_object.cpp).
+// 3. A Python reference is taken (borrow, copy) only with the interpreter lock
+//    held; checked builds assert it (python/python_ref.h).
+// 4. A wait that another thread may end only by taking the interpreter lock
+//    (a once-only initialisation, the start-up, a deferred host value being
+//    computed) is never made while holding the interpreter lock: the lock is
+//    given up for the wait (python_once, gil_release) or the caller does not
+//    hold it (ensure_interpreter).
+// 5. Spinlocks are leaves: no other lock is taken while one is held, except
+//    where a line below says so.
+//
+// Checked builds are the Debug build and the sanitizer build (TESK_LOCK_CHECKS):
+// they count the spinlocks each thread holds and abort on a broken rule.
+//
+// THE HOST RUNTIME'S LOCKS (host/src; all spinlocks unless said otherwise)
+//
+// - Object lock (object_value::lock()): an object's mutable state: its own
+//   members, the fields of an instance, the items of a container.
+// - Class record lock (the record's lock, object_value_class): the record's
+//   lock: serialises edits of a published class; readers take none.
+// - Record list (class.cpp, all_records): the list of every class record made.
+// - Retired member snapshots (class.cpp): snapshots replaced by newer ones,
+//   kept for readers that may still hold them.
+// - Type registry (class.cpp, type_registry): class names to classes, for
+//   find_type.
+// - Module list (g_modules_lock(), module.cpp): the host's modules by name.
+// - Init handlers (init_handlers.cpp): the queue of handlers not yet run;
+//   never held while a handler runs, so handlers may queue more.
+// - Assertion log (assertion_log.cpp): the reported messages.
+// - String table (string.cpp, interned_names): interned member names.
+// - Object counters (object.cpp, counter_registry; a std::mutex): the list of
+//   per-thread live-object counters; taken once per thread, first object made.
+// - Once-only initialisations (std::call_once): the built-in classes
+//   (builtin_classes.cpp), each class_accessor's class, each deferred value
+//   (Computed and External: the producer or loader runs once, and may run
+//   Python code, so rule 4 applies to resolving one).
+//
+// THE EXTENSION'S LOCKS
+//
+// - Once-only initialisations (python_once, python/python_once.h): waited for
+//   with the interpreter lock given up; the initialisation itself runs with
+//   the interpreter lock held. Order: the once, then the interpreter lock.
+// - Python class slots (python_class_slot, python/python_classes.*): the
+//   classes both conversions use and traceback.format_exception; each a
+//   python_once, read lock-free afterwards.
+// - Wrapper type cache (to_python/wrapper_type.cpp): the base wrapper type,
+//   built under a python_once.
+// - Exception type registry (from_python/errors.cpp; a spinlock): host error
+//   classes to generated Python exception types and back. Taken under the
+//   interpreter lock or without it; the type is made outside the lock, and a
+//   type made in vain is dropped after the lock is released.
+// - CPythonObject's lock (the instance's object lock): its `_pyobj` field.
+//   Read (with a reference taken) and swapped under it; the old value is
+//   dropped after it (rule 2). Taken under the interpreter lock when a
+//   reference is taken.
+// - Pending search paths (extension/sys_path.h, sys_path_queue; a std::mutex):
+//   the paths queued before the interpreter runs and whether the start-up has
+//   taken them. A leaf: taken with or without the interpreter lock, and no
+//   Python call is made while it is held.
+// - Start-up (ensure_interpreter, extension/startup.cpp; a function-local
+//   static): threads that arrive while the interpreter starts wait for it,
+//   without the interpreter lock; the start-up takes the interpreter lock.
+// - Evaluation slot (language/evaluation.cpp; a spinlock): the result and
+//   out-locals of one evaluation; the map is dropped after the lock.
+#pragma once
