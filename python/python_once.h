@@ -26,6 +26,9 @@ public:
     // The caller holds the interpreter lock.
     template <class F> void run(F&& init) noexcept {
         if (done_.load(std::memory_order_acquire)) return;
+        // The wait below may last as long as another thread's initialisation,
+        // which takes the interpreter lock: no spinlock may be held across it.
+        TESK_LOCK_ASSERT(internal::spinlock_depth() == 0, "once-only initialisation awaited under a spinlock");
         PyThreadState* saved = PyEval_SaveThread();
         std::call_once(flag_, [&]() noexcept {
             gil_guard gil;
