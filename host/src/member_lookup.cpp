@@ -69,7 +69,7 @@ Any override_for(Any const& v, universal u) {
     return chain_method(members, universal_name(u));
 }
 
-// One hook of the class of `v` (nullptr when it has none); the table that
+// One hook of `cls` (nullptr when it has none); the table that
 // holds it may be retired, the hook stays alive as long as it is held.
 template <class Hook>
 std::shared_ptr<Hook const> hook_of(object_value_class const* cls, std::shared_ptr<Hook const> class_table::*member) {
