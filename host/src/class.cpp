@@ -147,9 +147,10 @@ void take_members(member_snapshot& s, object_value_class const* c, bool below_ro
     for (auto const& [k, v] : t.properties.entries()) s.properties.try_emplace(k, v);
 }
 
-member_snapshot* build_snapshot(object_value_class const* cls, std::uint64_t version) {
+member_snapshot* build_snapshot(object_value_class const* cls, std::uint64_t version, class_table const* own_table) {
     auto* fresh = new member_snapshot();
     fresh->version = version;
+    fresh->own_table = own_table;
     walk_chain(cls, [&](object_value_class const* c) {
         take_members(*fresh, c, true);
         return false;
@@ -170,13 +171,14 @@ member_snapshot const& members_of(object_value_class const* cls) {
     auto& cache = class_record_access::member_cache(cls);
     // The version first, then the tables (see class_table.h).
     std::uint64_t version = class_record_access::version(cls).load(std::memory_order_seq_cst);
-    void const* current = cache.load(std::memory_order_acquire);
-    if (current && static_cast<member_snapshot const*>(current)->version == version) [[likely]]
-        return *static_cast<member_snapshot const*>(current);
-    member_snapshot* fresh = build_snapshot(cls, version);
+    class_table const* own_table = &table_of(cls);
+    auto const* current = static_cast<member_snapshot const*>(cache.load(std::memory_order_acquire));
+    if (current && current->version == version && current->own_table == own_table) [[likely]]
+        return *current;
+    member_snapshot* fresh = build_snapshot(cls, version, own_table);
     void const* expected = current;
     if (cache.compare_exchange_strong(expected, fresh, std::memory_order_acq_rel)) {
-        if (current) retire(static_cast<member_snapshot const*>(current));
+        if (current) retire(current);
         return *fresh;
     }
     // Another thread published first. Ours was never seen, but it is retired

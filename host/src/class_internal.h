@@ -46,6 +46,10 @@ struct member_snapshot {
         bool below_root; // declared by the class chain, not by "Any"
     };
     std::uint64_t version = 0;
+    // The class's own table when the snapshot was made: a reader that has
+    // seen a newer table of the class (an edit of the class itself) never
+    // takes an older snapshot, even before the edit has moved the version.
+    class_table const* own_table = nullptr;
     std::unordered_map<String, method, StringHash> methods;
     std::unordered_map<String, Property, StringHash> properties;
     std::vector<field_info> fields; // all_fields()
