@@ -97,7 +97,7 @@ std::optional<std::int64_t> innermost_evaluated_line(PyObject* exception) {
 // Whether calling the class makes errors.
 bool makes_errors(Class_Generic const& cls) {
     Type made = cls;
-    if (auto call = I_Callable_Generic::cast(cls.record()->call_operator)) made = call.value().resultType();
+    if (auto call = I_Callable_Generic::cast(cls.record()->call_operator())) made = call.value().resultType();
     return made.conformsTo(Error::getClass());
 }
 

@@ -5,7 +5,7 @@ namespace tesk {
 
 bool Any::isError() const noexcept {
     return p_ != nullptr && p_->kind() == Kind::Instance && p_->class_value() != nullptr &&
-           (p_->class_value()->traits & traits::error) != 0;
+           (p_->class_value()->traits() & traits::error) != 0;
 }
 
 Error Any::error() const { return isError() ? Error::unsafe(*this) : Error(); }

@@ -23,6 +23,16 @@ String language_name_python() { return String("Python"); }
 
 // ---- method_builder_base -----------------------------------------------------
 
+namespace {
+// What a builder decorates: a clone of a native callable (the one it was
+// given, which others may hold, keeps its name and flags), or a class
+// instance implementing I_Callable itself (decorated through its own members).
+Any private_copy(Any const& c) {
+    if (c.kind() != Kind::Callable) return c;
+    return static_cast<internal::object_value_callable const*>(c.get())->clone();
+}
+} // namespace
+
 method_builder_base::method_builder_base(String const& name) : name_(name) {}
 
 method_builder_base& method_builder_base::assign_func(I_Callable_Generic const& function) {
@@ -47,14 +57,8 @@ method_builder_base& method_builder_base::set_static(bool isStatic) {
 }
 
 I_Callable_Generic method_builder_base::build() const {
-    Any callable;
-    if (function_.kind() == Kind::Callable)
-        callable = static_cast<internal::object_value_callable const*>(function_.get())->clone();
-    else if (function_.hasValue())
-        callable = function_; // a class instance implementing I_Callable: decorated through its own members
-    else
-        callable = internal::create_abstract_function(Signature(Type::untyped(), {}));
-    // A clone that shares its record (callables that do not copy) is decorated in place.
+    Any callable = function_.hasValue() ? private_copy(function_)
+                                        : internal::create_abstract_function(Signature(Type::untyped(), {}));
     internal::decorate(callable, name_, signature_, doc_, defaults_);
     I_Callable_Generic c = I_Callable_Generic::unsafe(callable);
     if (static_) c.setIndependent(true);
@@ -79,8 +83,8 @@ std::pair<int, int> parameter_counts(I_Callable_Generic const& c) {
 property_builder_base& property_builder_base::getter(I_Callable_Generic const& getter) {
     auto [count, defaults] = parameter_counts(getter);
     if (count - defaults > 1) report_assertion(String("[property_builder::getter] Too many parameters in the getter function."));
-    if (count == 0) getter.setIndependent(true);
-    getter_ = getter;
+    getter_ = private_copy(getter);
+    if (count == 0) I_Callable_Generic::unsafe(getter_).setIndependent(true);
     return *this;
 }
 
@@ -93,8 +97,8 @@ property_builder_base& property_builder_base::setter(I_Callable_Generic const& s
     auto [count, defaults] = parameter_counts(setter);
     (void)defaults;
     if (count > 2) report_assertion(String("[property_builder::setter] Too many parameters in the setter function."));
-    if (count == 1) setter.setIndependent(true);
-    setter_ = setter;
+    setter_ = private_copy(setter);
+    if (count == 1) I_Callable_Generic::unsafe(setter_).setIndependent(true);
     return *this;
 }
 

@@ -8,6 +8,7 @@
 // the (maybe not yet constructed) record at once. Nothing dereferences a
 // record during the build except the build itself.
 #include "builtin_classes.h"
+#include "class_internal.h"
 
 #include "tesk/builder.h"
 #include "tesk/language.h"
@@ -112,23 +113,26 @@ void build_all() {
     t_building = true;
     for (auto const& d : g_descriptions) new (slot(d.id)) object_value_class(String(d.name), d.traits);
     for (auto const& d : g_descriptions) {
-        object_value_class& record = *slot(d.id);
+        unpublished_record record(slot(d.id));
         for (builtin p : d.parents) {
             if (p == no_parent) continue;
-            record.parents.push_back(slot(p));
-            record.traits |= slot(p)->traits & inherited_traits;
+            record->parents.push_back(slot(p));
+            record->traits |= unpublished_record(slot(p))->traits & inherited_traits;
         }
-        record.factory = d.factory;
-        if (!record.factory && !record.is_interface()) {
-            for (auto const* p : record.parents)
-                if (p->factory) {
-                    record.factory = p->factory;
+        record->factory = d.factory;
+        if (!record->factory && (record->traits & traits::interface) == 0) {
+            for (auto const* p : record->parents)
+                if (auto factory = unpublished_record(p)->factory) {
+                    record->factory = factory;
                     break;
                 }
-            if (!record.factory) record.factory = make_plain_instance;
+            if (!record->factory) record->factory = make_plain_instance;
         }
     }
     install_builtin_members();
+    // The names that member snapshots look for are made with the classes, so
+    // that they are not counted as objects of whoever builds the first snapshot.
+    (void)universal_names();
     t_building = false;
     g_ready.store(true, std::memory_order_release);
 }

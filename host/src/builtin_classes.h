@@ -11,13 +11,6 @@ object_value* make_plain_instance(object_value_class const* cls);
 object_value* make_error_instance(object_value_class const* cls); // error.cpp
 object_value* make_module_instance(object_value_class const* cls); // module.cpp
 
-// A record as it is being built; built-in records are edited only inside
-// their one-time build, before any other thread can see them.
-inline object_value_class& mutable_record(object_value_class const* cls) {
-    return const_cast<object_value_class&>(*cls);
-}
-inline object_value_class& mutable_record(builtin id) { return mutable_record(builtin_class(id)); }
-
 // Runs once, inside the built-in class build, after every record exists: adds
 // the methods and properties of the built-in classes (builtin_members.cpp).
 void install_builtin_members();

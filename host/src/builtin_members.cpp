@@ -96,13 +96,13 @@ template <class F>
 void add_method(builtin cls, char const* name, F f, char const* parameters = "", std::vector<Any> defaults = {}) {
     I_Callable_Generic c = make_closure(f);
     decorate(c, String(name), String(parameters), String(), std::move(defaults));
-    mutable_record(cls).methods.set(String(name), c);
+    unpublished_record(builtin_class(cls))->methods.set(String(name), c);
 }
 
 template <class F> void add_property(builtin cls, char const* name, F getter) {
     I_Callable_Generic g = make_closure(getter);
     decorate(g, String(name), String(), String(), {});
-    mutable_record(cls).properties.set(String(name), Property(g));
+    unpublished_record(builtin_class(cls))->properties.set(String(name), Property(g));
 }
 
 void install_universal() {
@@ -184,7 +184,7 @@ void install_model() {
     add_property(parameter, "name", parameter_name);
     add_property(property, "doc", property_doc);
     // Callables that are class instances keep their "independent" flag here.
-    mutable_record(i_callable).fields.push_back(field_info{String("_independent"), Boolean::getClass(), String()});
+    unpublished_record(builtin_class(i_callable))->fields.push_back(field_info{String("_independent"), Boolean::getClass(), String()});
 }
 
 } // namespace

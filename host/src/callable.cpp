@@ -16,8 +16,13 @@ object_value_callable::object_value_callable(Signature sig)
 
 object_value_callable::~object_value_callable() = default;
 
-// Callables are immutable once decorated, so sharing is as good as a copy.
-Any object_value_callable::clone() const { return Any::borrow(this); }
+Any object_value_callable::decorated(object_value_callable* copy) const {
+    copy->name = name;
+    copy->doc = doc;
+    copy->signature = signature;
+    copy->independent.store(independent.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    return Any::adopt(copy);
+}
 
 namespace {
 
@@ -31,6 +36,7 @@ public:
     object_value_function(std::function<Any(std::span<Any const>)> f, Signature sig)
         : object_value_callable(std::move(sig)), function_(std::move(f)) {}
     Any invoke(std::span<Any const> args) const override { return function_(args); }
+    Any clone() const override { return decorated(new object_value_function(function_, signature)); }
 
 private:
     std::function<Any(std::span<Any const>)> function_;
@@ -44,6 +50,7 @@ public:
         independent.store(true, std::memory_order_relaxed);
     }
     Any invoke(std::span<Any const>) const override { return value; }
+    Any clone() const override { return decorated(new object_value_constant(value)); }
     bool same_as(object_value_callable const& other) const override {
         auto const* o = dynamic_cast<object_value_constant const*>(&other);
         return o != nullptr && o->value.isSame(value);
@@ -55,6 +62,7 @@ class object_value_abstract final : public object_value_callable {
 public:
     using object_value_callable::object_value_callable;
     Any invoke(std::span<Any const>) const override { return Error(String("Abstract function: {}.").arg(name)); }
+    Any clone() const override { return decorated(new object_value_abstract(signature)); }
 };
 
 // A callable with its first argument fixed.
@@ -76,6 +84,7 @@ public:
         all.insert(all.end(), args.begin(), args.end());
         return target.invoke(all);
     }
+    Any clone() const override { return decorated(new object_value_bound(target, instance, signature)); }
     bool same_as(object_value_callable const& other) const override {
         auto const* o = dynamic_cast<object_value_bound const*>(&other);
         return o != nullptr && o->instance.isSame(instance) && native(target) && native(o->target) &&
@@ -126,6 +135,7 @@ void decorate(Any const& callable, String const& name, String const& signatureTe
               std::vector<Any> defaults) {
     auto* c = const_cast<object_value_callable*>(native(callable));
     if (!c) return;
+    TESK_LOCK_ASSERT(c->use_count() == 1, "a callable decorated while others may hold it");
     c->name = name;
     c->doc = doc;
     c->signature = c->signature.renamed(signatureText, std::move(defaults));
@@ -137,7 +147,7 @@ using internal::native;
 
 bool I_Callable_Generic::test(Any const& v) noexcept {
     Kind k = v.kind();
-    return k == Kind::Callable || (k == Kind::Instance && (v.get()->class_value()->traits & traits::callable) != 0);
+    return k == Kind::Callable || (k == Kind::Instance && (v.get()->class_value()->traits() & traits::callable) != 0);
 }
 
 Any I_Callable_Generic::invoke(std::span<Any const> args) const {

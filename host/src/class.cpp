@@ -10,14 +10,29 @@
 namespace tesk {
 namespace internal {
 
-// ---- the generation of the class records --------------------------------------
+// ---- class tables and member snapshots ----------------------------------------
 
 namespace {
-std::atomic<std::uint32_t> g_class_generation{1};
+// Tables and snapshots alive, for live_class_table_count().
+std::atomic<std::int64_t> g_live_tables{0};
 } // namespace
 
-void class_records_changed() noexcept { g_class_generation.fetch_add(1, std::memory_order_acq_rel); }
-std::uint32_t class_records_generation() noexcept { return g_class_generation.load(std::memory_order_acquire); }
+class_table::class_table() { g_live_tables.fetch_add(1, std::memory_order_relaxed); }
+class_table::class_table(class_table const& o)
+    : qualname(o.qualname), doc(o.doc), traits(o.traits), parents(o.parents), declaring_context(o.declaring_context),
+      generic_definition(o.generic_definition), fields(o.fields), methods(o.methods), properties(o.properties),
+      call_operator(o.call_operator), coercion(o.coercion), method_hook(o.method_hook),
+      property_read(o.property_read), property_write(o.property_write), finalizer(o.finalizer),
+      setup_callback(o.setup_callback), method_owner(o.method_owner), factory(o.factory), examples(o.examples),
+      option(o.option) {
+    g_live_tables.fetch_add(1, std::memory_order_relaxed);
+}
+class_table::~class_table() { g_live_tables.fetch_sub(1, std::memory_order_relaxed); }
+
+member_snapshot::member_snapshot() { g_live_tables.fetch_add(1, std::memory_order_relaxed); }
+member_snapshot::~member_snapshot() { g_live_tables.fetch_sub(1, std::memory_order_relaxed); }
+
+std::int64_t live_class_table_count() noexcept { return g_live_tables.load(std::memory_order_relaxed); }
 
 // ---- object_value_class ------------------------------------------------------
 
@@ -34,96 +49,152 @@ record_list& all_records() {
     static auto* list = new record_list();
     return *list;
 }
+
+} // namespace
+
+std::vector<object_value_class const*> all_class_records() {
+    auto& list = all_records();
+    std::lock_guard guard(list.lock);
+    return list.records;
+}
+
+namespace {
+class_table* first_table(String const& name, std::uint64_t traits) {
+    auto* t = new class_table();
+    t->qualname = name;
+    t->traits = traits;
+    return t;
+}
 } // namespace
 
 object_value_class::object_value_class(String n, std::uint64_t t)
-    : object_value(Kind::Class, builtin_class(builtin::class_)), name(std::move(n)), qualname(name), traits(t) {
+    : object_value(Kind::Class, builtin_class(builtin::class_)), name_(std::move(n)), table_(first_table(name_, t)),
+      traits_(t) {
     retain();
     auto& list = all_records();
     std::lock_guard guard(list.lock);
     list.records.push_back(this);
 }
 
-object_value_class::~object_value_class() = default;
+object_value_class::~object_value_class() {
+    delete table_.load();
+    delete static_cast<member_snapshot const*>(member_cache_.load());
+}
 
-bool object_value_class::is_ancestor(object_value_class const* other) const noexcept {
-    if (other == this || other == any_record()) return true;
-    for (auto const* p : parents)
-        if (p->is_ancestor(other)) return true;
-    return false;
+
+String object_value_class::qualname() const {
+    return read_table(this, [](class_table const& t) { return t.qualname; });
+}
+String object_value_class::doc() const {
+    return read_table(this, [](class_table const& t) { return t.doc; });
+}
+std::vector<object_value_class const*> object_value_class::parents() const {
+    return read_table(this, [](class_table const& t) { return t.parents; });
+}
+Any object_value_class::declaring_context_value() const {
+    return read_table(this, [](class_table const& t) { return t.declaring_context; });
+}
+Any object_value_class::generic_definition() const {
+    return read_table(this, [](class_table const& t) { return t.generic_definition; });
+}
+Any object_value_class::call_operator() const {
+    return read_table(this, [](class_table const& t) { return t.call_operator; });
+}
+Any object_value_class::finalizer() const {
+    return read_table(this, [](class_table const& t) { return t.finalizer; });
+}
+Any object_value_class::setup_callback() const {
+    return read_table(this, [](class_table const& t) { return t.setup_callback; });
+}
+std::vector<std::pair<String, String>> object_value_class::examples() const {
+    return read_table(this, [](class_table const& t) { return t.examples; });
+}
+std::int64_t object_value_class::option() const {
+    return read_table(this, [](class_table const& t) { return t.option; });
 }
 
 namespace {
+bool reaches(object_value_class const* cls, object_value_class const* other) noexcept {
+    if (other == cls || other == any_record()) return true;
+    for (auto const* p : table_of(cls).parents)
+        if (reaches(p, other)) return true;
+    return false;
+}
+} // namespace
+
+bool object_value_class::is_ancestor(object_value_class const* other) const noexcept {
+    if (other == this || other == any_record()) return true;
+    read_section section;
+    return reaches(this, other);
+}
+
+namespace {
+
 void collect_fields(object_value_class const* cls, std::vector<field_info>& out) {
-    for (auto const* p : cls->parents) collect_fields(p, out);
-    std::lock_guard guard(cls->lock());
-    for (auto const& f : cls->fields) {
+    class_table const& t = table_of(cls);
+    for (auto const* p : t.parents) collect_fields(p, out);
+    for (auto const& f : t.fields) {
         bool seen = false;
         for (auto const& o : out) seen = seen || o.name == f.name;
         if (!seen) out.push_back(f);
     }
 }
-} // namespace
 
-namespace {
-
-// The members a class resolves, nearest declaration first, for lock-free
-// lookups. A snapshot is immutable once published in the record; a stale one
-// is replaced, and kept (never freed) because readers may still hold it.
-struct member_snapshot {
-    std::uint32_t generation;
-    std::unordered_map<String, Any, StringHash> methods;
-    std::unordered_map<String, Property, StringHash> properties;
-    std::vector<field_info> fields; // all_fields()
-};
-
-// Replaced snapshots; guarded by its spinlock, never destroyed.
-struct retired_snapshots {
-    spinlock lock;
-    std::vector<member_snapshot const*> list;
-};
-void retire(member_snapshot const* s) {
-    static auto* retired = new retired_snapshots();
-    std::lock_guard guard(retired->lock);
-    retired->list.push_back(s);
+void take_members(member_snapshot& s, object_value_class const* c, bool below_root) {
+    class_table const& t = table_of(c);
+    class_table const& owner = t.method_owner ? table_of(t.method_owner) : t;
+    for (auto const& [k, v] : owner.methods.entries()) s.methods.try_emplace(k, member_snapshot::method{v, below_root});
+    for (auto const& [k, v] : t.properties.entries()) s.properties.try_emplace(k, v);
 }
 
-void take_members(member_snapshot& s, object_value_class const* c) {
-    object_value_class const* owner = c->method_owner ? c->method_owner : c;
-    {
-        std::lock_guard guard(owner->lock());
-        for (auto const& [k, v] : owner->methods.entries()) s.methods.try_emplace(k, v);
-    }
-    std::lock_guard guard(c->lock());
-    for (auto const& [k, v] : c->properties.entries()) s.properties.try_emplace(k, v);
-}
-
-member_snapshot const& snapshot_of(object_value_class const* cls) {
-    std::uint32_t generation = class_records_generation();
-    auto const* current = static_cast<member_snapshot const*>(cls->member_cache.load(std::memory_order_acquire));
-    if (current && current->generation == generation) return *current;
-    auto* fresh = new member_snapshot{generation, {}, {}, {}};
+member_snapshot* build_snapshot(object_value_class const* cls, std::uint64_t version, class_table const* own_table) {
+    auto* fresh = new member_snapshot();
+    fresh->version = version;
+    fresh->own_table = own_table;
     walk_chain(cls, [&](object_value_class const* c) {
-        take_members(*fresh, c);
+        take_members(*fresh, c, true);
         return false;
     });
-    take_members(*fresh, any_record());
+    take_members(*fresh, any_record(), false);
     collect_fields(cls, fresh->fields);
+    auto const& names = universal_names();
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        auto it = fresh->methods.find(names[i]);
+        if (it != fresh->methods.end() && it->second.below_root) fresh->override_mask |= 1u << i;
+    }
+    return fresh;
+}
+
+} // namespace
+
+member_snapshot const& members_of(object_value_class const* cls) {
+    auto& cache = class_record_access::member_cache(cls);
+    // The version first, then the tables (see class_table.h).
+    std::uint64_t version = class_record_access::version(cls).load(std::memory_order_seq_cst);
+    class_table const* own_table = &table_of(cls);
+    auto const* current = static_cast<member_snapshot const*>(cache.load(std::memory_order_acquire));
+    if (current && current->version == version && current->own_table == own_table) [[likely]]
+        return *current;
+    member_snapshot* fresh = build_snapshot(cls, version, own_table);
     void const* expected = current;
-    if (cls->member_cache.compare_exchange_strong(expected, fresh, std::memory_order_acq_rel)) {
+    if (cache.compare_exchange_strong(expected, fresh, std::memory_order_acq_rel)) {
         if (current) retire(current);
         return *fresh;
     }
-    delete fresh; // another thread published first; ours was never seen
+    // Another thread published first. Ours was never seen, but it is retired
+    // all the same: lookups never release values themselves.
+    retire(static_cast<member_snapshot const*>(fresh));
     return *static_cast<member_snapshot const*>(expected);
 }
 
-} // namespace
-
-std::vector<field_info> object_value_class::all_fields() const { return snapshot_of(this).fields; }
+std::vector<field_info> object_value_class::all_fields() const {
+    read_section section;
+    return members_of(this).fields;
+}
 
 int object_value_class::find_field(String const& field) const {
-    auto const& all = snapshot_of(this).fields;
+    read_section section;
+    auto const& all = members_of(this).fields;
     for (std::size_t i = 0; i < all.size(); ++i)
         if (all[i].name == field) return static_cast<int>(i);
     return -1;
@@ -131,17 +202,22 @@ int object_value_class::find_field(String const& field) const {
 
 namespace {
 // The number of field values an instance holds.
-std::size_t field_count(object_value_class const* cls) { return snapshot_of(cls).fields.size(); }
+std::size_t field_count(object_value_class const* cls) {
+    read_section section;
+    return members_of(cls).fields.size();
+}
 } // namespace
 
 Any object_value_class::resolve_method(String const& method) const {
-    auto const& s = snapshot_of(this);
+    read_section section;
+    auto const& s = members_of(this);
     auto it = s.methods.find(method);
-    return it == s.methods.end() ? Any() : it->second;
+    return it == s.methods.end() ? Any() : it->second.callable;
 }
 
 Union<Property, None> object_value_class::resolve_property(String const& property) const {
-    auto const& s = snapshot_of(this);
+    read_section section;
+    auto const& s = members_of(this);
     auto it = s.properties.find(property);
     if (it == s.properties.end()) return {};
     return it->second;
@@ -165,10 +241,11 @@ object_value_instance::object_value_instance(object_value_class const* cls)
     : object_value(Kind::Instance, cls), fields(field_count(cls)) {}
 
 Any object_value_instance::create(object_value_class const* cls) {
-    instance_factory make = cls->factory ? cls->factory : make_plain_instance;
+    instance_factory make = read_table(cls, [](class_table const& t) { return t.factory; });
+    if (!make) make = make_plain_instance;
     // Error values are read as error records: a class that has the error
     // trait but no factory of its own still makes them.
-    if ((cls->traits & traits::error) != 0 && make == make_plain_instance) make = make_error_instance;
+    if ((cls->traits() & traits::error) != 0 && make == make_plain_instance) make = make_error_instance;
     return Any::adopt(make(cls));
 }
 
@@ -179,18 +256,15 @@ using internal::object_value_class;
 
 // ---- Class_Generic -----------------------------------------------------------
 
-String Class_Generic::name() const { return record()->name; }
-String Class_Generic::qualname() const { return record()->qualname; }
-String Class_Generic::doc() const {
-    std::lock_guard guard(record()->lock());
-    return record()->doc;
-}
-std::uint64_t Class_Generic::traits() const { return record()->traits; }
-Any Class_Generic::declaringContext() const { return record()->declaring_context; }
+String Class_Generic::name() const { return record()->name(); }
+String Class_Generic::qualname() const { return record()->qualname(); }
+String Class_Generic::doc() const { return record()->doc(); }
+std::uint64_t Class_Generic::traits() const { return record()->traits(); }
+Any Class_Generic::declaringContext() const { return record()->declaring_context_value(); }
 
 std::vector<Class_Generic> Class_Generic::parents() const {
     std::vector<Class_Generic> out;
-    for (auto const* p : record()->parents) out.push_back(of(p));
+    for (auto const* p : record()->parents()) out.push_back(of(p));
     return out;
 }
 
@@ -210,16 +284,17 @@ namespace {
 // Every member of the class chain, the nearest declaration of each name first.
 template <class V, class Handle>
 std::vector<std::pair<String, Handle>> defined_members(object_value_class const* cls,
-                                                       ordered_map<V> object_value_class::*table) {
+                                                       ordered_map<V> internal::class_table::*table) {
     ordered_map<Handle> seen;
     auto visit = [&](object_value_class const* c) {
-        object_value_class const* owner = c;
-        if constexpr (std::is_same_v<V, Any>) owner = c->method_owner ? c->method_owner : c; // methods only
-        std::lock_guard guard(owner->lock());
+        internal::class_table const* owner = &internal::table_of(c);
+        if constexpr (std::is_same_v<V, Any>) // methods only
+            if (owner->method_owner) owner = &internal::table_of(owner->method_owner);
         for (auto const& [k, v] : (owner->*table).entries())
             if (!seen.contains(k)) seen.set(k, Handle::unsafe(v));
         return false;
     };
+    internal::read_section section;
     internal::walk_chain(cls, visit);
     visit(internal::any_record());
     return seen.entries();
@@ -227,11 +302,11 @@ std::vector<std::pair<String, Handle>> defined_members(object_value_class const*
 } // namespace
 
 std::vector<std::pair<String, Property>> Class_Generic::definedProperties() const {
-    return defined_members<Property, Property>(record(), &object_value_class::properties);
+    return defined_members<Property, Property>(record(), &internal::class_table::properties);
 }
 
 std::vector<std::pair<String, I_Callable_Generic>> Class_Generic::definedMethods() const {
-    return defined_members<Any, I_Callable_Generic>(record(), &object_value_class::methods);
+    return defined_members<Any, I_Callable_Generic>(record(), &internal::class_table::methods);
 }
 
 std::vector<String> Class_Generic::fieldNames() const {
@@ -247,12 +322,13 @@ Any Class_Generic::coerce(Any const& value) const {
     Any resolved = internal::unwrap(value);
     if (resolved.isError()) return resolved;
     if (!resolved.isSame(value) && internal::raw_record(resolved)->is_ancestor(record())) return resolved;
-    if (record()->coercion) return record()->coercion(resolved);
+    auto coercion = internal::read_table(record(), [](internal::class_table const& t) { return t.coercion; });
+    if (coercion) return (*coercion)(resolved);
     return result_error_cast_source(value, *this);
 }
 
 Any Class_Generic::operator()(std::span<Any const> args) const {
-    if (record()->call_operator.hasValue()) return I_Callable_Generic::unsafe(record()->call_operator).invoke(args);
+    if (Any call = record()->call_operator(); call.hasValue()) return I_Callable_Generic::unsafe(call).invoke(args);
     Any init = record()->resolve_method(Any::$__init__);
     if (init.hasValue() && I_Callable_Generic::unsafe(init).isIndependent())
         return I_Callable_Generic::unsafe(init).invoke(args); // a static constructor gives the instance itself
@@ -339,40 +415,5 @@ Class_Generic class_of(Any const& v) {
     return raw_class_of(v);
 }
 
-// ---- editing class records ---------------------------------------------------
-
-void add_class_method_unsafe(Class_Generic const& cls, String const& n, I_Callable_Generic const& method) {
-    auto& record = internal::mutable_record(cls.record());
-    {
-        std::lock_guard guard(record.lock());
-        record.methods.set(n, method);
-    }
-    internal::class_records_changed();
-}
-
-void add_class_property_unsafe(Class_Generic const& cls, String const& n, Property const& property) {
-    auto& record = internal::mutable_record(cls.record());
-    {
-        std::lock_guard guard(record.lock());
-        record.properties.set(n, property);
-    }
-    internal::class_records_changed();
-}
-
-void add_parent_unsafe(Class_Generic const& cls, Class_Generic const& parent) {
-    auto& record = internal::mutable_record(cls.record());
-    if (parent.record() == internal::any_record() || parent.record()->is_ancestor(cls.record()))
-        return; // "Any" is everyone's root; a cycle would make lookups endless
-    record.parents.push_back(parent.record());
-    record.traits |= parent.record()->traits & ~traits::interface;
-    if (!record.factory && !record.is_interface()) record.factory = parent.record()->factory;
-    internal::class_records_changed();
-}
-
-void set_doc_unsafe(Class_Generic const& cls, String const& doc) {
-    auto& record = internal::mutable_record(cls.record());
-    std::lock_guard guard(record.lock());
-    record.doc = doc;
-}
 
 } // namespace tesk

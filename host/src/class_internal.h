@@ -1,9 +1,10 @@
 // Internal: helpers shared by the class records, member lookup and callables.
 #pragma once
 
-#include "tesk/class.h"
+#include "class_table.h"
 
-#include <mutex>
+#include <array>
+#include <unordered_map>
 
 namespace tesk::internal {
 
@@ -16,31 +17,57 @@ inline object_value_class const* raw_record(Any const& v) noexcept {
 
 // Visits `cls` and its parents depth first in declared order, leaving out
 // "Any" (the implicit root, visited by callers that want it last). Stops at
-// the first visit that returns true and tells whether one did.
+// the first visit that returns true and tells whether one did. Only inside a
+// read_section.
 template <class F> bool walk_chain(object_value_class const* cls, F&& visit) {
     if (cls == any_record()) return false;
     if (visit(cls)) return true;
-    for (auto const* p : cls->parents)
+    for (auto const* p : table_of(cls).parents)
         if (walk_chain(p, visit)) return true;
     return false;
 }
 
-// A copy of a table entry, read under the record's lock (tables may be edited
-// after publication by the `_unsafe` editors, which take the same lock).
-template <class V> bool find_locked(object_value_class const* cls, ordered_map<V> const& table, String const& name,
-                                    V& out) {
-    std::lock_guard guard(cls->lock());
-    if (V const* found = table.find(name)) {
-        out = *found;
-        return true;
-    }
-    return false;
-}
+// The universal methods that a class may override to take over a generic
+// operation (member_lookup.cpp).
+inline constexpr std::size_t universal_count = 16;
+std::array<String, universal_count> const& universal_names();
 
-// Marks every cached view of the class records (the override masks) stale.
-void class_records_changed() noexcept;
-// Starts at 1 and grows with every such edit.
-std::uint32_t class_records_generation() noexcept;
+// The members a class resolves, nearest declaration first, for lock-free
+// lookups. Immutable once published in the record; tagged with the version
+// of the class it was built for.
+struct member_snapshot {
+    member_snapshot();
+    ~member_snapshot();
+    member_snapshot(member_snapshot const&) = delete;
+    member_snapshot& operator=(member_snapshot const&) = delete;
+
+    struct method {
+        Any callable;
+        bool below_root; // declared by the class chain, not by "Any"
+    };
+    std::uint64_t version = 0;
+    // The class's own table when the snapshot was made: a reader that has
+    // seen a newer table of the class (an edit of the class itself) never
+    // takes an older snapshot, even before the edit has moved the version.
+    class_table const* own_table = nullptr;
+    std::unordered_map<String, method, StringHash> methods;
+    std::unordered_map<String, Property, StringHash> properties;
+    std::vector<field_info> fields; // all_fields()
+    std::uint32_t override_mask = 0; // bit i: the chain overrides universal name i
+};
+
+// The snapshot of `cls`, rebuilt when stale; only inside a read_section, and
+// valid until it ends.
+member_snapshot const& members_of(object_value_class const* cls);
+
+// Every class record made so far.
+std::vector<object_value_class const*> all_class_records();
+
+// A copy of one part of the current table of `cls`.
+template <class F> auto read_table(object_value_class const* cls, F&& read) {
+    read_section section;
+    return read(table_of(cls));
+}
 
 // Calls a member callable for `self`: an independent callable gets the
 // arguments alone, any other one the receiver first.

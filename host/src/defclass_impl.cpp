@@ -12,6 +12,7 @@ namespace tesk {
 
 namespace {
 
+using internal::class_table;
 using internal::object_value_class;
 
 Error malformed(std::size_t index, char const* what) {
@@ -24,15 +25,17 @@ struct class_plan {
     Any setup_callback;
 };
 
-bool add_parent(object_value_class& record, Any const& parent) {
+bool add_parent(class_table& record, Any const& parent) {
     if (!Class_Generic::test(parent)) return false;
     auto const* p = Class_Generic::unsafe(parent).record();
-    if (p == internal::any_record() || record.is_ancestor(p)) return true;
+    if (p == internal::any_record()) return true;
+    for (auto const* known : record.parents)
+        if (known->is_ancestor(p)) return true;
     record.parents.push_back(p);
     return true;
 }
 
-bool add_method(object_value_class& record, Any const& item) {
+bool add_method(class_table& record, Any const& item) {
     if (!I_Callable_Generic::test(item)) return false;
     String name = I_Callable_Generic::unsafe(item).name();
     if (name.isEmpty()) return false;
@@ -40,14 +43,14 @@ bool add_method(object_value_class& record, Any const& item) {
     return true;
 }
 
-bool add_property(object_value_class& record, Any const& item) {
+bool add_property(class_table& record, Any const& item) {
     auto t = Tuple::cast(item);
     if (!t || t.value().size() != 2 || !String::test(t.value()[0]) || !Property::test(t.value()[1])) return false;
     record.properties.set(String::unsafe(t.value()[0]), Property::unsafe(t.value()[1]));
     return true;
 }
 
-bool add_field(object_value_class& record, Any const& item) {
+bool add_field(class_table& record, Any const& item) {
     auto t = Tuple::cast(item);
     if (!t || t.value().size() != 4 || !String::test(t.value()[0]) || !Type::test(t.value()[1])) return false;
     record.fields.push_back({String::unsafe(t.value()[0]), t.value()[1],
@@ -56,7 +59,7 @@ bool add_field(object_value_class& record, Any const& item) {
 }
 
 // Applies one entry (tag first); an Error for a malformed one.
-Any apply_entry(object_value_class& record, class_plan& plan, std::size_t index, std::vector<Any> const& e) {
+Any apply_entry(class_table& record, class_plan& plan, std::size_t index, std::vector<Any> const& e) {
     if (e.empty() || !Integer::test(e[0])) return malformed(index, "an entry is a list that starts with an integer tag");
     std::size_t n = e.size();
     switch (Integer::unsafe(e[0]).value()) {
@@ -121,12 +124,12 @@ Any apply_entry(object_value_class& record, class_plan& plan, std::size_t index,
 }
 
 // Traits and the instance factory come from the parents.
-void inherit(object_value_class& record) {
+void inherit(class_table& record) {
     for (auto const* p : record.parents) {
-        record.traits |= p->traits & ~traits::interface;
-        if (!record.factory) record.factory = p->factory;
+        record.traits |= p->traits() & ~traits::interface;
+        if (!record.factory) record.factory = internal::read_table(p, [](class_table const& t) { return t.factory; });
     }
-    if (!record.factory && !record.is_interface()) record.factory = internal::make_plain_instance;
+    if (!record.factory && (record.traits & traits::interface) == 0) record.factory = internal::make_plain_instance;
 }
 
 } // namespace
@@ -140,21 +143,23 @@ Result<Class_Generic> defclass_impl(List const& entries) {
     auto* record = new object_value_class(name);
     Class_Generic cls = Class_Generic::unsafe(Any::adopt(record)); // records are immortal, refused ones too
     class_plan plan;
-    for (std::size_t i = 1; i < items.size(); ++i) {
-        auto e = List::cast(items[i]);
-        if (!e) return malformed(i, "an entry is a list");
-        if (Any r = apply_entry(*record, plan, i, e.value().copyItems()); r.isError()) return r;
-    }
-    inherit(*record);
-
     Union<Module, Error> module;
-    if (!plan.module_name.isEmpty()) {
-        module = get_module(plan.module_name);
-        if (module.isError()) return module;
-        record->declaring_context = module;
-        record->qualname = plan.module_name + String(".") + name;
+    {
+        internal::unpublished_record table(record);
+        for (std::size_t i = 1; i < items.size(); ++i) {
+            auto e = List::cast(items[i]);
+            if (!e) return malformed(i, "an entry is a list");
+            if (Any r = apply_entry(*table, plan, i, e.value().copyItems()); r.isError()) return r;
+        }
+        inherit(*table);
+        if (!plan.module_name.isEmpty()) {
+            module = get_module(plan.module_name);
+            if (module.isError()) return module;
+            table->declaring_context = module;
+            table->qualname = plan.module_name + String(".") + name;
+        }
+        table->setup_callback = plan.setup_callback;
     }
-    record->setup_callback = plan.setup_callback;
     if (plan.setup_callback.hasValue()) {
         Any const args[] = {cls};
         Any r = I_Callable_Generic::unsafe(plan.setup_callback).invoke(args);

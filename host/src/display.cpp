@@ -81,10 +81,10 @@ void append_object(std::string& out, Any const& v) {
     if (v.isError()) {
         out += Error::unsafe(v).message().asChars();
     } else if (v.kind() == Kind::Class) {
-        out += static_cast<object_value_class const*>(v.get())->name.asChars();
+        out += static_cast<object_value_class const*>(v.get())->name().asChars();
     } else {
         out += '<';
-        if (auto const* cls = v.get()->class_value()) out += cls->name.asChars();
+        if (auto const* cls = v.get()->class_value()) out += cls->name().asChars();
         out += '>';
     }
 }

@@ -54,7 +54,7 @@ using internal::object_value_error;
 Error::Error(String const& message) : Any(internal::new_error(builtin::error, message)) {}
 
 bool Error::test(Any const& v) noexcept {
-    return v.kind() == Kind::Instance && (v.get()->class_value()->traits & traits::error) != 0;
+    return v.kind() == Kind::Instance && (v.get()->class_value()->traits() & traits::error) != 0;
 }
 
 Error Error::unknown() { return Error(String("Unknown error.")); }

@@ -59,7 +59,7 @@ Result<None> none_or_error(Any const& r) { return r.isError() ? Result<None>(r) 
 
 // ---- markers -----------------------------------------------------------------
 
-bool I_Immutable::test(Any const& v) noexcept { return (internal::raw_record(v)->traits & traits::immutable) != 0; }
+bool I_Immutable::test(Any const& v) noexcept { return (internal::raw_record(v)->traits() & traits::immutable) != 0; }
 bool I_HasName::test(Any const& v) noexcept { return implements(v, builtin::i_has_name); }
 bool I_HasDoc::test(Any const& v) noexcept { return implements(v, builtin::i_has_doc); }
 bool I_HasCode::test(Any const& v) noexcept { return implements(v, builtin::i_has_code); }
@@ -102,7 +102,7 @@ Any I_Iterator_Generic::next() const {
 // ---- sequences -----------------------------------------------------------------
 
 bool I_Sequence_Generic::test(Any const& v) noexcept {
-    return (internal::raw_record(v)->traits & traits::sequence) != 0;
+    return (internal::raw_record(v)->traits() & traits::sequence) != 0;
 }
 
 Result<Integer> I_Sequence_Generic::length() const { return length_of(*this, $$__len__); }
@@ -169,7 +169,7 @@ Result<None> I_MutableSequence_Generic::clear() const {
 
 // ---- maps ------------------------------------------------------------------------
 
-bool I_Map_Generic::test(Any const& v) noexcept { return (internal::raw_record(v)->traits & traits::map) != 0; }
+bool I_Map_Generic::test(Any const& v) noexcept { return (internal::raw_record(v)->traits() & traits::map) != 0; }
 
 Any I_Map_Generic::get(Any const& key) const {
     if (HashMap::test(*this)) {

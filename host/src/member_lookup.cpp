@@ -21,7 +21,7 @@ namespace {
 // The universal methods that a class may override to take over a generic
 // operation. Made from literals, not from the key objects, because lookups
 // may run while static objects are still being constructed.
-constexpr std::array<char const*, 16> universal_literals = {
+constexpr std::array<char const*, universal_count> universal_literals = {
     "__method__",      "__property__",    "__propertyValue__", "__setPropertyValue__",
     "__ownProperties__", "__ownMethods__", "__insertProperty__", "__insertMethod__",
     "__display__",     "__compare__",     "__hash__",          "__ownProperty__",
@@ -32,14 +32,18 @@ enum universal : int {
     u_insert_property, u_insert_method,
 };
 
-std::array<String, universal_literals.size()> const& universal_names() {
+} // namespace
+
+std::array<String, universal_count> const& universal_names() {
     static auto const* names = [] {
-        auto* n = new std::array<String, universal_literals.size()>();
+        auto* n = new std::array<String, universal_count>();
         for (std::size_t i = 0; i < n->size(); ++i) (*n)[i] = String(universal_literals[i]);
         return n;
     }();
     return *names;
 }
+
+namespace {
 
 String const& universal_name(universal u) { return universal_names()[static_cast<std::size_t>(u)]; }
 
@@ -51,35 +55,27 @@ int universal_index(String const& name) {
     return -1;
 }
 
-// The callable that the chain of `cls` (below "Any") declares for `name`.
-Any chain_method(object_value_class const* cls, String const& name) {
-    Any found;
-    walk_chain(cls, [&](object_value_class const* c) {
-        object_value_class const* owner = c->method_owner ? c->method_owner : c;
-        return find_locked(owner, owner->methods, name, found);
-    });
-    return found;
-}
-
-// Bit i set: the chain of `cls` overrides universal name i. Cached in the
-// record together with the generation of the class records it was computed
-// from (high word), so edits anywhere make it stale.
-std::uint32_t override_mask(object_value_class const* cls) {
-    std::uint64_t generation = class_records_generation();
-    std::uint64_t cached = cls->override_cache.load(std::memory_order_acquire);
-    if ((cached >> 32) == generation) return static_cast<std::uint32_t>(cached);
-    std::uint32_t mask = 0;
-    auto const& names = universal_names();
-    for (std::size_t i = 0; i < names.size(); ++i)
-        if (chain_method(cls, names[i]).hasValue()) mask |= 1u << i;
-    cls->override_cache.store((generation << 32) | mask, std::memory_order_release);
-    return mask;
+// The callable that the chain of `cls` (below "Any") declares for `name`,
+// or none. Only inside a read_section.
+Any chain_method(member_snapshot const& members, String const& name) {
+    auto it = members.methods.find(name);
+    return it != members.methods.end() && it->second.below_root ? it->second.callable : Any();
 }
 
 Any override_for(Any const& v, universal u) {
-    object_value_class const* cls = raw_record(v);
-    if ((override_mask(cls) & (1u << u)) == 0) return Any();
-    return chain_method(cls, universal_name(u));
+    read_section section;
+    member_snapshot const& members = members_of(raw_record(v));
+    if ((members.override_mask & (1u << u)) == 0) return Any();
+    return chain_method(members, universal_name(u));
+}
+
+// One hook of `cls` (nullptr when it has none); the table that
+// holds it may be retired, the hook stays alive as long as it is held.
+template <class Hook>
+std::shared_ptr<Hook const> hook_of(object_value_class const* cls, std::shared_ptr<Hook const> class_table::*member) {
+    read_section section;
+    auto const& hook = table_of(cls).*member;
+    return hook ? hook : nullptr;
 }
 
 // A snapshot of one of the object's own tables (an empty one when it has none).
@@ -117,18 +113,20 @@ template <class Handle> std::vector<std::pair<String, Handle>> entries_of_result
 template <class V> Any insert_own(Any const& object, ordered_map<V> own_members::*table, String const& name, V item) {
     if (!object.get()) return Error(String("Unable to insert the member '{}' into None.").arg(name));
     own_members& own = object.get()->own_or_create();
+    std::optional<V> displaced; // released after the lock: its finaliser may need the interpreter lock
     std::lock_guard guard(object.get()->lock());
-    (own.*table).set(name, std::move(item));
+    displaced = (own.*table).exchange(name, std::move(item));
     return Any();
 }
 
 } // namespace
 
 Any class_override(Any const& v, String const& name) {
-    object_value_class const* cls = raw_record(v);
+    read_section section;
+    member_snapshot const& members = members_of(raw_record(v));
     int index = universal_index(name);
-    if (index >= 0 && (override_mask(cls) & (1u << index)) == 0) return Any();
-    return chain_method(cls, name);
+    if (index >= 0 && (members.override_mask & (1u << index)) == 0) return Any();
+    return chain_method(members, name);
 }
 
 Any call_member(Any const& callable, Any const& self, std::span<Any const> args) {
@@ -161,19 +159,24 @@ Union<I_Callable_Generic, None> raw_method_of(Any const& v, String const& name) 
 }
 
 Union<I_Callable_Generic, None> method_of(Any const& v, String const& name) {
-    if (Any o = override_for(v, u_method); o.hasValue()) {
+    object_value_class const* cls = raw_record(v);
+    read_section section; // the snapshot and the table stay valid until the lookup ends
+    member_snapshot const* members = &members_of(cls);
+    if ((members->override_mask & (1u << u_method)) != 0) [[unlikely]] {
         Any const args[] = {name};
-        Any r = call_member(o, v, args);
+        Any r = call_member(chain_method(*members, universal_name(u_method)), v, args);
         return I_Callable_Generic::test(r) ? Union<I_Callable_Generic, None>(r) : Union<I_Callable_Generic, None>();
     }
     Any found;
     if (find_own(v, &own_members::methods, name, found)) return Union<I_Callable_Generic, None>(found);
-    object_value_class const* cls = raw_record(v);
-    if (cls->method_hook) {
-        Any r = cls->method_hook(v, name);
+    if (auto const& hook = table_of(cls).method_hook) [[unlikely]] {
+        Any r = (*hook)(v, name);
         if (I_Callable_Generic::test(r)) return Union<I_Callable_Generic, None>(r);
+        members = &members_of(cls); // the hook may have edited the class
     }
-    return Union<I_Callable_Generic, None>(cls->resolve_method(name));
+    auto it = members->methods.find(name);
+    if (it == members->methods.end()) return {};
+    return Union<I_Callable_Generic, None>(it->second.callable);
 }
 
 std::vector<std::pair<String, I_Callable_Generic>> own_methods_of(Any const& v) {
@@ -239,7 +242,7 @@ Any Any::propertyValue(String const& name) const {
     Property p = Property::unsafe(Any());
     if (find_own(*this, &own_members::properties, name, p)) return p.get(*this);
     object_value_class const* cls = raw_record(*this);
-    if (cls->property_read) return cls->property_read(*this, name);
+    if (auto hook = hook_of(cls, &class_table::property_read)) return (*hook)(*this, name);
     if (auto found = cls->resolve_property(name)) return found.value().get(*this);
     return property_missing(name, *this);
 }
@@ -252,7 +255,7 @@ Any Any::setPropertyValue(String const& name, Any const& value) const {
     Property p = Property::unsafe(Any());
     if (find_own(*this, &own_members::properties, name, p)) return p.set(*this, value);
     object_value_class const* cls = raw_record(*this);
-    if (cls->property_write) return cls->property_write(*this, name, value);
+    if (auto hook = hook_of(cls, &class_table::property_write)) return (*hook)(*this, name, value);
     if (auto found = cls->resolve_property(name)) return found.value().set(*this, value);
     return property_missing(name, *this);
 }

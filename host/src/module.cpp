@@ -1,5 +1,6 @@
 // Modules and the module registry.
 #include "builtin_classes.h"
+#include "class_table.h"
 
 #include "tesk/module.h"
 
@@ -63,10 +64,13 @@ Module Module::create(String const& name, String const& doc) {
     // A class of its own, so that properties added to it belong to this module.
     auto* cls = new internal::object_value_class(String("Module"));
     auto const* base = internal::builtin_class(internal::builtin::module);
-    cls->parents.push_back(base);
-    cls->traits = base->traits & ~traits::interface;
-    cls->factory = internal::make_module_instance;
-    cls->doc = doc;
+    {
+        internal::unpublished_record table(cls);
+        table->parents.push_back(base);
+        table->traits = base->traits() & ~traits::interface;
+        table->factory = internal::make_module_instance;
+        table->doc = doc;
+    }
     Module m = Module::unsafe(internal::object_value_instance::create(cls));
     auto& r = internal::module_record(m);
     r.name = name;

@@ -77,12 +77,13 @@ std::int64_t live_object_count() noexcept {
 void object_value::destroy() const noexcept {
     if (!finalized_) {
         finalized_ = true;
-        if (class_ != nullptr && class_->finalizer.hasValue()) {
+        if (class_ != nullptr && class_->has_finalizer()) {
             refcount_.store(1, std::memory_order_relaxed);
             Any self = Any::adopt(this);
             try {
                 Any const args[] = {self};
-                I_Callable_Generic::unsafe(class_->finalizer).invoke(args);
+                if (Any finalizer = class_->finalizer(); finalizer.hasValue())
+                    I_Callable_Generic::unsafe(finalizer).invoke(args);
             } catch (...) {
                 // A finaliser has nowhere to report to; the object goes regardless.
             }

@@ -50,10 +50,10 @@ Class_Generic box_class() {
     static Class_Generic* cls = [] {
         auto* c = new Class_Generic(class_builder_base(String("CoercedBox")).build().as<Class_Generic>());
         Class_Generic box = *c;
-        const_cast<internal::object_value_class&>(*box.record()).coercion = [box](Any const& v) -> Any {
+        set_coercion_unsafe(box, [box](Any const& v) -> Any {
             if (Integer::test(v)) return box.allocateInstance();
             return result_error_cast_source(v, box);
-        };
+        });
         return c;
     }();
     return *cls;
@@ -170,8 +170,9 @@ TEST(PropertyBuilder, MisuseIsReportedToTheAssertionLog) {
     auto g = make_closure(getter_none);
     auto s = make_closure(setter_one);
     Property p = property_builder_base(String("s")).getter(g).setter(s).build();
-    EXPECT_TRUE(g.isIndependent()) << "a getter without parameters takes no object";
-    EXPECT_TRUE(s.isIndependent()) << "a setter with one parameter takes no object";
+    EXPECT_TRUE(p.getter().isIndependent()) << "a getter without parameters takes no object";
+    EXPECT_TRUE(I_Callable_Generic::unsafe(p.setter()).isIndependent()) << "a setter with one parameter takes no object";
+    EXPECT_FALSE(g.isIndependent() || s.isIndependent()) << "the builder marks its own copies, not the callables given";
     EXPECT_EQ(Integer::cast(p.get(String("anything"))).value().value(), 1);
     EXPECT_TRUE(assertion_messages().empty());
 }

@@ -58,13 +58,13 @@ TEST(ClassBuilder, EveryTagLandsInTheRecord) {
     EXPECT_EQ(cls.name(), "BuilderAll");
     EXPECT_EQ(cls.qualname(), "test.builder.BuilderAll");
     EXPECT_EQ(cls.doc(), "A class with every entry.");
-    ASSERT_EQ(r->examples.size(), 1u);
-    EXPECT_EQ(r->examples[0].second, "Python");
+    ASSERT_EQ(r->examples().size(), 1u);
+    EXPECT_EQ(r->examples()[0].second, "Python");
     EXPECT_TRUE(cls.is_ancestor(baseClass));
     EXPECT_TRUE(cls.is_ancestor(I_HasName::getClass()));
     EXPECT_TRUE(cls.is_ancestor(I_HasDoc::getClass()));
     EXPECT_TRUE(cls.definedField(String("count")));
-    EXPECT_EQ(r->option, 10);
+    EXPECT_EQ(r->option(), 10);
     EXPECT_TRUE(cls.definedMethod(String("twice")).has_value());
     EXPECT_TRUE(cls.definedMethod(String("greet")).has_value());
     EXPECT_TRUE(cls.definedProperty(String("version")).has_value());
@@ -73,7 +73,7 @@ TEST(ClassBuilder, EveryTagLandsInTheRecord) {
     // Tag 25: declared by the module, registered there and for find_type.
     auto m = find_module(String("test.builder"));
     ASSERT_TRUE(m.has_value());
-    EXPECT_TRUE(r->declaring_context.isSame(m.value()));
+    EXPECT_TRUE(r->declaring_context_value().isSame(m.value()));
     bool listed = false;
     for (auto const& [name, c] : m.value().classes()) listed = listed || (name == "BuilderAll" && c.isSame(cls));
     EXPECT_TRUE(listed);

@@ -118,11 +118,10 @@ TEST(CompareAndHash, ContainerThatHoldsItselfStopsSafely) {
 // An immutable class whose instances stand for an integer amount: its
 // overrides make Amount(5) equal to, ordered with and hashed like Integer(5).
 struct AmountClass {
-    internal::object_value_class* record = test_class_record("Amount");
+    internal::object_value_class* record = test_class_record("Amount", traits::immutable);
     AmountClass() {
-        record->traits |= traits::immutable;
-        record->fields.push_back({String("value"), Type::untyped(), String()});
         Class_Generic cls = Class_Generic::of(record);
+        add_class_field_unsafe(cls, {String("value"), Type::untyped(), String()});
         add("__compare__", [](std::span<Any const> args) -> Any {
             Any other = args[1].kind() == Kind::Instance ? args[1].fieldValue(String("value")) : args[1];
             if (!Integer::test(other)) return Undefined();

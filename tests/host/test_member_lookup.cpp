@@ -39,10 +39,9 @@ TEST(MemberLookup, OrderIsOwnHookClassParentsUniversal) {
     Class_Generic left = make_class("LookupLeft", {leftBase}, {});
     Class_Generic right = make_class("LookupRight", {}, {answering("right"), answering("left-base")});
     Class_Generic cls = make_class("LookupChild", {left, right}, {answering("class")});
-    auto& record = const_cast<internal::object_value_class&>(*cls.record());
-    record.method_hook = [](Any const&, String const& name) -> Any {
+    set_method_hook_unsafe(cls, [](Any const&, String const& name) -> Any {
         return name == "hooked" || name == "class" ? Any(answering("from-hook")) : Any();
-    };
+    });
     Any obj = cls.allocateInstance();
 
     EXPECT_EQ(answer(obj, "deep"), "deep");
@@ -64,7 +63,9 @@ TEST(MemberLookup, OrderIsOwnHookClassParentsUniversal) {
     Any missing = obj.callMethod(String("nothing"));
     ASSERT_TRUE(missing.isError());
     EXPECT_TRUE(missing.error().message().startsWith("The method is missing: nothing, target object:"));
-    record.method_hook = nullptr;
+    set_method_hook_unsafe(cls, nullptr);
+    EXPECT_EQ(answer(obj, "class"), "own");
+    EXPECT_TRUE(method_of(obj, String("hooked")).isNone()) << "the hook is gone";
 }
 
 // A class that takes over the generic operations, as a proxy class does.

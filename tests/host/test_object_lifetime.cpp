@@ -66,13 +66,13 @@ struct FinalisedClass {
     std::vector<std::uint64_t> seen; // object ids, in finalising order
     bool keep = false;
     FinalisedClass() {
-        record->finalizer = internal::make_function_callable(
+        set_finalizer_unsafe(Class_Generic::of(record), internal::make_function_callable(
             [this](std::span<Any const> args) {
                 seen.push_back(object_id(args[0]));
                 if (keep) kept = args[0];
                 return Any();
             },
-            Signature(Type::untyped(), {}), String("finalise"));
+            Signature(Type::untyped(), {}), String("finalise")));
     }
     Any make() const { return Any::adopt(new internal::object_value_instance(record)); }
     Any kept;

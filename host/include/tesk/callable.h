@@ -63,12 +63,19 @@ public:
     virtual Any invoke(std::span<Any const> args) const = 0;
     // Two callables are the same when they do the same (same type, same target).
     virtual bool same_as(object_value_callable const& other) const { return this == &other; }
-    virtual Any clone() const;
+    // A new callable that does the same, with the same decoration. Callables
+    // are immutable once built (and possibly shared): builders decorate a
+    // clone, never the callable they were given.
+    virtual Any clone() const = 0;
 
     String name;
     String doc;
     Signature signature;
     std::atomic<bool> independent{false};
+
+protected:
+    // Gives `copy` (a fresh clone) this callable's decoration and adopts it.
+    Any decorated(object_value_callable* copy) const;
 };
 
 // A callable over a std::function.
@@ -80,7 +87,8 @@ TESK_API Any make_constant_callable(Any const& value);
 TESK_API Union<Any, None> constant_callable_value(Any const& callable);
 // A callable that fails with "Abstract function: {name}." when called.
 TESK_API Any create_abstract_function(Signature signature);
-// Sets name, parameter names (comma-separated text), doc and defaults of a callable.
+// Sets name, parameter names (comma-separated text), doc and defaults of a
+// callable that nobody else holds yet (a new one, or a clone).
 TESK_API void decorate(Any const& callable, String const& name, String const& signatureText, String const& doc,
                        std::vector<Any> defaults);
 

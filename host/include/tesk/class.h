@@ -45,47 +45,38 @@ struct own_members {
 using method_lookup_hook = std::function<Any(Any const& self, String const& name)>;       // callable or none
 using property_read_hook = std::function<Any(Any const& self, String const& name)>;       // value or Error
 using property_write_hook = std::function<Any(Any const& self, String const& name, Any const& value)>;
+using coercion_function = std::function<Any(Any const& value)>; // value → instance of the class, or Error
 using instance_factory = object_value* (*)(object_value_class const* cls);
 
+struct class_table;         // the mutable parts of a record (internal)
+struct class_record_access; // the class machinery's access to them
+
 // A class record. Classes live for the whole process: nothing frees them, so
-// raw pointers to them stay valid. Member tables are edited while a class is
-// being defined (the `_unsafe` functions) and read afterwards; edits after
-// publication take the record's lock.
+// raw pointers to them stay valid. Everything but the name lives in a table
+// that the record publishes through one atomic pointer: a published table is
+// never changed, an edit (the `_unsafe` editors) swaps in a changed copy, and
+// readers never take a lock. The accessors give copies.
 class TESK_API object_value_class : public object_value {
 public:
     explicit object_value_class(String name, std::uint64_t traits = 0);
     ~object_value_class() override;
 
-    String name;
-    String qualname; // "module.Name" when declared in a module, else the name
-    String doc;
-    std::uint64_t traits = 0;
-    std::vector<object_value_class const*> parents; // declared order
-    Any declaring_context;  // a Module, a class, or none
-    Any generic_definition; // the generic class this one instantiates, or none
-    std::vector<field_info> fields; // own fields; instances hold inherited ones first
-    ordered_map<Any> methods;       // callables
-    ordered_map<Property> properties;
-    Any call_operator;              // callable: what calling the class does
-    std::function<Any(Any const&)> coercion; // value → instance of this class, or Error
-    method_lookup_hook method_hook;
-    property_read_hook property_read;
-    property_write_hook property_write;
-    Any finalizer;                  // callable taking the instance
-    Any setup_callback;             // callable taking the class
-    object_value_class const* method_owner = nullptr; // another record that owns the methods
-    instance_factory factory = nullptr; // inherited from the nearest parent that has one
-    std::vector<std::pair<String, String>> examples; // (code, language)
-    std::int64_t option = 0;
-    // Which universal names (see class_override) the class chain overrides,
-    // computed on first use; stale when any class record is edited later.
-    mutable std::atomic<std::uint64_t> override_cache{0};
-    // The resolved members of the whole chain, an immutable snapshot read
-    // without a lock; rebuilt when the class records change.
-    mutable std::atomic<void const*> member_cache{nullptr};
+    String const& name() const noexcept { return name_; }
+    String qualname() const;
+    String doc() const;
+    std::uint64_t traits() const noexcept { return traits_.load(std::memory_order_acquire); }
+    bool is_interface() const noexcept { return (traits() & tesk::traits::interface) != 0; }
+    std::vector<object_value_class const*> parents() const; // declared order
+    Any declaring_context_value() const;                     // a Module, a class, or none
+    Any generic_definition() const;                          // the generic class this one instantiates, or none
+    Any call_operator() const;                               // callable: what calling the class does, or none
+    Any finalizer() const;                                   // callable taking the instance, or none
+    bool has_finalizer() const noexcept { return has_finalizer_.load(std::memory_order_acquire); }
+    Any setup_callback() const;                              // callable taking the class, or none
+    std::vector<std::pair<String, String>> examples() const; // (code, language)
+    std::int64_t option() const;
 
     bool is_ancestor(object_value_class const* other) const noexcept; // other == this or an ancestor
-    bool is_interface() const noexcept { return (traits & traits::interface) != 0; }
     // All fields, inherited ones first; `find_field` gives an index into it or -1.
     std::vector<field_info> all_fields() const;
     int find_field(String const& name) const;
@@ -94,7 +85,21 @@ public:
     // Method/property resolution through this class and its parents (depth first).
     Any resolve_method(String const& name) const;
     Union<Property, None> resolve_property(String const& name) const;
-    Any declaring_context_value() const { return declaring_context; }
+
+private:
+    friend struct class_record_access;
+
+    String const name_;
+    std::atomic<class_table const*> table_;
+    // Copies of table words that hot paths read without a read section,
+    // refreshed at every swap.
+    std::atomic<std::uint64_t> traits_;
+    std::atomic<bool> has_finalizer_{false};
+    // Moves on every edit of this class or of one of its ancestors.
+    mutable std::atomic<std::uint64_t> version_{1};
+    // The resolved members of the whole chain, an immutable snapshot tagged
+    // with the version it was built for.
+    mutable std::atomic<void const*> member_cache_{nullptr};
 };
 
 // A class instance: one value per field (inherited fields first).
@@ -218,11 +223,29 @@ TESK_API Any insert_property_value(Any const& object, String const& name, Any co
 TESK_API Any insert_property(Any const& object, String const& name, Property const& property);
 TESK_API Any insert_method(Any const& object, String const& name, I_Callable_Generic const& method);
 
-// Editing class records while they are defined.
+// Editing class records. Each edit copies the class's table, changes the
+// copy and swaps it in under the record's lock; concurrent readers see the
+// old table or the new one, never a half-made one. A displaced value is
+// released after the lock, once no reader can still hold it. Not to be
+// called with a spinlock held.
 TESK_API void add_class_method_unsafe(Class_Generic const& cls, String const& name, I_Callable_Generic const& method);
 TESK_API void add_class_property_unsafe(Class_Generic const& cls, String const& name, Property const& property);
+// Ignored when `parent` is "Any" or already has `cls` among its ancestors (a cycle).
 TESK_API void add_parent_unsafe(Class_Generic const& cls, Class_Generic const& parent);
 TESK_API void set_doc_unsafe(Class_Generic const& cls, String const& doc);
+TESK_API void add_class_field_unsafe(Class_Generic const& cls, internal::field_info const& field);
+// An empty function removes the hook; a none finaliser removes the finaliser.
+TESK_API void set_method_hook_unsafe(Class_Generic const& cls, internal::method_lookup_hook hook);
+TESK_API void set_property_hooks_unsafe(Class_Generic const& cls, internal::property_read_hook read,
+                                        internal::property_write_hook write);
+TESK_API void set_coercion_unsafe(Class_Generic const& cls, internal::coercion_function coercion);
+TESK_API void set_finalizer_unsafe(Class_Generic const& cls, Any const& finalizer);
+
+namespace internal {
+// The class tables and member snapshots alive (published, or retired and not
+// yet freed): flat while classes are edited, whatever the number of edits.
+TESK_API std::int64_t live_class_table_count() noexcept;
+} // namespace internal
 
 // The built-in classes.
 namespace classes {

@@ -3,6 +3,7 @@
 
 #include "tesk/string.h"
 
+#include <optional>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -14,12 +15,16 @@ public:
     using entry = std::pair<String, V>;
 
     // Inserts or replaces; a replaced entry keeps its position.
-    void set(String const& key, V value) {
+    void set(String const& key, V value) { (void)exchange(key, std::move(value)); }
+    // The same, handing the replaced value back (nothing when the key is
+    // new), so that a caller holding a lock releases it after unlocking.
+    [[nodiscard]] std::optional<V> exchange(String const& key, V value) {
         auto [it, inserted] = index_.try_emplace(key, entries_.size());
-        if (inserted)
+        if (inserted) {
             entries_.emplace_back(key, std::move(value));
-        else
-            entries_[it->second].second = std::move(value);
+            return std::nullopt;
+        }
+        return std::exchange(entries_[it->second].second, std::move(value));
     }
     V const* find(String const& key) const {
         auto it = index_.find(key);

@@ -212,14 +212,7 @@ public:
         auto* o = dynamic_cast<object_value_closure const*>(&other);
         return o != nullptr && o->function_ == function_;
     }
-    Any clone() const override {
-        auto* copy = new object_value_closure(function_);
-        copy->name = name;
-        copy->doc = doc;
-        copy->signature = signature;
-        copy->independent.store(independent.load());
-        return Any::adopt(copy);
-    }
+    Any clone() const override { return decorated(new object_value_closure(function_)); }
 
 private:
     static Signature signature_of() {

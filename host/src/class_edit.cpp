@@ -1,0 +1,129 @@
+// Editing published class records: copy the table, change the copy, swap it
+// in, mark the snapshots of the class and of the classes below it stale, and
+// retire the old table (class_table.h).
+//
+// Locks: the record's spinlock serialises the edits of one class (the copy,
+// the change and the swap; copying retains values and never releases one);
+// g_hierarchy_lock, taken before it, makes the cycle check and the swap of a
+// parent edit one step across classes. Neither is held while a value is
+// released or while the old table is reclaimed.
+#include "class_internal.h"
+
+#include <memory>
+#include <mutex>
+
+namespace tesk {
+namespace internal {
+
+namespace {
+
+spinlock g_hierarchy_lock;
+
+// Swaps in a copy of the table of `cls` changed by `change`, under the
+// record's lock. Gives the old table, or nullptr when `change` declined (returned false).
+template <class Change> class_table const* swap_table(object_value_class const* cls, Change&& change) {
+    std::lock_guard guard(cls->lock());
+    auto& slot = class_record_access::table(cls);
+    class_table const* old = slot.load(std::memory_order_seq_cst);
+    auto fresh = std::make_unique<class_table>(*old);
+    if (!change(*fresh)) return nullptr;
+    class_table const* published = fresh.release();
+    slot.store(published, std::memory_order_seq_cst);
+    class_record_access::refresh_cached_words(cls, *published);
+    return old;
+}
+
+// Moves the version of `edited` and of every class that has it as an ancestor.
+void mark_stale(object_value_class const* edited) {
+    for (auto const* r : all_class_records())
+        if (r->is_ancestor(edited)) class_record_access::version(r).fetch_add(1, std::memory_order_seq_cst);
+}
+
+// What follows a swap, outside every lock.
+void finish_edit(object_value_class const* cls, class_table const* old) {
+    if (!old) return;
+    mark_stale(cls);
+    retire(old);
+    reclaim();
+}
+
+template <class Change> void edit_table(object_value_class const* cls, Change&& change) {
+    finish_edit(cls, swap_table(cls, [&](class_table& t) {
+                    change(t);
+                    return true;
+                }));
+}
+
+} // namespace
+} // namespace internal
+
+using internal::class_table;
+
+void add_class_method_unsafe(Class_Generic const& cls, String const& n, I_Callable_Generic const& method) {
+    std::optional<Any> displaced; // released after the lock
+    internal::edit_table(cls.record(), [&](class_table& t) { displaced = t.methods.exchange(n, method); });
+}
+
+void add_class_property_unsafe(Class_Generic const& cls, String const& n, Property const& property) {
+    std::optional<Property> displaced;
+    internal::edit_table(cls.record(), [&](class_table& t) { displaced = t.properties.exchange(n, property); });
+}
+
+void add_parent_unsafe(Class_Generic const& cls, Class_Generic const& parent) {
+    auto const* record = cls.record();
+    auto const* p = parent.record();
+    if (p == internal::any_record()) return; // "Any" is everyone's root
+    class_table const* old;
+    {
+        std::lock_guard guard(internal::g_hierarchy_lock);
+        old = internal::swap_table(record, [&](class_table& t) {
+            if (p->is_ancestor(record)) return false; // a cycle would make lookups endless
+            t.parents.push_back(p);
+            t.traits |= p->traits() & ~traits::interface;
+            if (!t.factory && (t.traits & traits::interface) == 0)
+                t.factory = internal::read_table(p, [](class_table const& pt) { return pt.factory; });
+            return true;
+        });
+    }
+    internal::finish_edit(record, old);
+}
+
+void set_doc_unsafe(Class_Generic const& cls, String const& doc) {
+    String displaced;
+    internal::edit_table(cls.record(), [&](class_table& t) { displaced = std::exchange(t.doc, doc); });
+}
+
+void add_class_field_unsafe(Class_Generic const& cls, internal::field_info const& field) {
+    internal::edit_table(cls.record(), [&](class_table& t) { t.fields.push_back(field); });
+}
+
+namespace {
+// Sets one hook of the table; the displaced hook is released after the lock.
+template <class Hook>
+void set_hook(Class_Generic const& cls, std::shared_ptr<Hook const> class_table::*member, Hook hook) {
+    std::shared_ptr<Hook const> fresh;
+    if (hook) fresh = std::make_shared<Hook const>(std::move(hook));
+    internal::edit_table(cls.record(), [&](class_table& t) { std::swap(t.*member, fresh); });
+}
+} // namespace
+
+void set_method_hook_unsafe(Class_Generic const& cls, internal::method_lookup_hook hook) {
+    set_hook(cls, &class_table::method_hook, std::move(hook));
+}
+
+void set_property_hooks_unsafe(Class_Generic const& cls, internal::property_read_hook read,
+                               internal::property_write_hook write) {
+    set_hook(cls, &class_table::property_read, std::move(read));
+    set_hook(cls, &class_table::property_write, std::move(write));
+}
+
+void set_coercion_unsafe(Class_Generic const& cls, internal::coercion_function coercion) {
+    set_hook(cls, &class_table::coercion, std::move(coercion));
+}
+
+void set_finalizer_unsafe(Class_Generic const& cls, Any const& finalizer) {
+    Any displaced = finalizer;
+    internal::edit_table(cls.record(), [&](class_table& t) { std::swap(t.finalizer, displaced); });
+}
+
+} // namespace tesk
