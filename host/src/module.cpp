@@ -67,6 +67,14 @@ Module Module::create(String const& name, String const& doc) {
     cls->traits = base->traits & ~traits::interface;
     cls->factory = internal::make_module_instance;
     cls->doc = doc;
+    // The module's callables answer method lookups on it, so that
+    // `module.function(...)` works wherever the module is a value.
+    cls->method_hook = [](Any const& self, String const& member) {
+        return internal::read_module(Module::unsafe(self), [&](object_value_module& r) {
+            Any const* found = r.callables.find(member);
+            return found ? *found : Any();
+        });
+    };
     Module m = Module::unsafe(internal::object_value_instance::create(cls));
     auto& r = internal::module_record(m);
     r.name = name;
@@ -98,6 +106,10 @@ void Module::addClass(String const& name, Class_Generic const& cls) const {
         r.classes.set(name, cls);
         return 0;
     });
+    // And a read-only property of the module's own class, so that
+    // `module.Class` reads it like any other member of the module.
+    Property property(I_Callable_Generic::unsafe(internal::make_constant_callable(cls)), Any(), cls.doc());
+    add_class_property_unsafe(Class_Generic::of(get()->class_value()), name, property);
 }
 void Module::addCallable(String const& name, I_Callable_Generic const& callable) const {
     internal::read_module(*this, [&](object_value_module& r) {
