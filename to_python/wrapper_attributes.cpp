@@ -76,7 +76,8 @@ std::optional<String> module_name_of(Class_Generic const& cls) {
 }
 
 // The names of the value's members as a Python list: fields, methods and
-// properties of its class, then its own methods and properties; each name once.
+// properties of its class, then its own methods and properties (and a
+// module's functions); each name once.
 PyObject* member_names(Any const& value) {
     PyObjectPtr names = PyObjectPtr::steal(PyList_New(0));
     if (!names) return nullptr;
@@ -93,6 +94,9 @@ PyObject* member_names(Any const& value) {
     for (auto const& [name, property] : cls.definedProperties()) add(name);
     for (auto const& [name, method] : own_methods_of(value)) add(name);
     for (auto const& [name, property] : own_properties_of(value)) add(name);
+    // A module's functions answer lookups without being members of its class.
+    if (auto module = Module::cast(value))
+        for (auto const& [name, callable] : module.value().callables()) add(name);
     return failed ? nullptr : names.release();
 }
 

@@ -132,14 +132,51 @@ Union<Module, None> find_module(String const& name) {
     return {};
 }
 
+namespace {
+
+// Makes `child` the read-only property `name` of `parent` (of its own class).
+void add_child(Module const& parent, String const& name, Module const& child) {
+    Property property(I_Callable_Generic::unsafe(internal::make_constant_callable(child)), Any(), child.doc());
+    add_class_property_unsafe(Class_Generic::of(parent.get()->class_value()), name, property);
+}
+
+// Links a new module with the registered modules one dot above and below
+// it, so that "a.b" is reachable as the member "b" of "a", whichever of the
+// two was registered first.
+void link_dotted_neighbours(Module const& module, String const& name) {
+    std::vector<std::pair<String, Module>> children;
+    Union<Module, None> parent;
+    std::size_t dot = name.rfind(".");
+    {
+        std::lock_guard guard(internal::g_modules_lock());
+        if (dot != String::npos)
+            if (Module const* p = internal::g_modules().find(name.sliced(0, dot))) parent = *p;
+        std::string const prefix = name.toUtf8() + ".";
+        for (auto const& [other, m] : internal::g_modules().entries()) {
+            if (!other.startsWith(prefix)) continue;
+            String rest = other.sliced(prefix.size());
+            if (!rest.contains(".")) children.emplace_back(rest, m);
+        }
+    }
+    // Outside the registry lock: editing a class record takes other locks.
+    if (parent) add_child(parent.value(), name.sliced(dot + 1), module);
+    for (auto const& [childName, child] : children) add_child(module, childName, child);
+}
+
+} // namespace
+
 Union<Module, Error> get_module(String const& name) {
     if (name.isEmpty()) return Error(String("[get_module] The module name is empty."));
-    std::lock_guard guard(internal::g_modules_lock());
-    if (Module const* m = internal::g_modules().find(name)) return Union<Module, Error>(*m);
-    // Made under the lock so that two threads asking at once get one module;
-    // making it calls no host callable.
-    Module m = Module::create(name);
-    internal::g_modules().set(name, m);
+    Module m = Module::unsafe(Any());
+    {
+        std::lock_guard guard(internal::g_modules_lock());
+        if (Module const* found = internal::g_modules().find(name)) return Union<Module, Error>(*found);
+        // Made under the lock so that two threads asking at once get one
+        // module; making it calls no host callable.
+        m = Module::create(name);
+        internal::g_modules().set(name, m);
+    }
+    link_dotted_neighbours(m, name);
     return Union<Module, Error>(m);
 }
 
