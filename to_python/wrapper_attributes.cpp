@@ -10,6 +10,7 @@
 #include "to_python/signature_text.h"
 #include "to_python/slot_result.h"
 #include "to_python/to_python.h"
+#include "to_python/wrapper_bound_method.h"
 #include "to_python/wrapper_record.h"
 #include "to_python/wrapper_type.h"
 
@@ -169,7 +170,10 @@ PyObject* plain_attribute(Any const& value, std::string const& utf8) {
     if (value.kind() == Kind::Instance && value.get()->class_value()->find_field(name) >= 0)
         return slot_result(value.fieldValue(name));
     if (auto property = property_of(value, name)) return slot_result(property.value().get(value));
-    if (Any bound = value.boundMethod(name); bound.hasValue()) return slot_result(bound);
+    if (auto method = method_of(value, name)) {
+        if (method.value().isIndependent()) return slot_result(method.value());
+        return new_bound_method(method.value(), value);
+    }
     if (Class_Generic::test(value)) {
         if (auto member = class_member(Class_Generic::unsafe(value), name)) return slot_result(*member);
     }
