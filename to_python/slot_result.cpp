@@ -33,12 +33,6 @@ PyObject* display_text_to_python(String const& text) {
     return PyUnicode_DecodeUTF8(bytes.data(), static_cast<Py_ssize_t>(bytes.size()), "replace");
 }
 
-std::string utf8_of(PyObject* text) {
-    Py_ssize_t size = 0;
-    char const* chars = PyUnicode_AsUTF8AndSize(text, &size);
-    return chars ? std::string(chars, static_cast<std::size_t>(size)) : std::string();
-}
-
 Any call_with_receiver(I_Callable_Generic const& method, Any const& self, std::initializer_list<Any> args) {
     if (method.isIndependent()) return method.invoke({args.begin(), args.size()});
     constexpr std::size_t inline_count = 4;

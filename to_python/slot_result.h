@@ -27,10 +27,6 @@ std::nullptr_t raise_text(PyObject* exception, String const& text);
 // valid UTF-8 are replaced rather than failing.
 PyObject* display_text_to_python(String const& text);
 
-// The UTF-8 text of a Python str (empty with the Python error set when it
-// cannot be encoded).
-std::string utf8_of(PyObject* text);
-
 // Calls a member callable of `self`: an independent one without the receiver,
 // any other with `self` first. No allocation for the argument list.
 Any call_with_receiver(I_Callable_Generic const& method, Any const& self, std::initializer_list<Any> args);

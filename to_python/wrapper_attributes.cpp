@@ -7,6 +7,7 @@
 
 #include "python/slot_guard.h"
 #include "from_python/from_python.h"
+#include "to_python/attribute_name.h"
 #include "to_python/signature_text.h"
 #include "to_python/slot_result.h"
 #include "to_python/to_python.h"
@@ -155,13 +156,12 @@ std::optional<Any> class_member(Class_Generic const& cls, String const& name) {
     return std::nullopt;
 }
 
-PyObject* no_such_attribute(Any const& value, std::string const& name) {
+PyObject* no_such_attribute(Any const& value, String const& name) {
     return PyErr_Format(PyExc_AttributeError, "'%s' object has no attribute '%s'",
                         class_of(value).qualname().c_str(), name.c_str());
 }
 
-PyObject* plain_attribute(Any const& value, std::string const& utf8) {
-    String name(utf8);
+PyObject* plain_attribute(Any const& value, String const& name) {
     if (Computed_Generic::test(value)) {
         if (auto property = raw_property_of(value, name)) return slot_result(property.value().get(value));
         if (auto method = raw_method_of(value, name)) return slot_result(method.value().bindInstance(value));
@@ -178,14 +178,13 @@ PyObject* plain_attribute(Any const& value, std::string const& utf8) {
         if (auto member = class_member(Class_Generic::unsafe(value), name)) return slot_result(*member);
     }
     Any field = value.fieldValue(name);
-    if (field.isError()) return no_such_attribute(value, utf8);
+    if (field.isError()) return no_such_attribute(value, name);
     return slot_result(field);
 }
 
 // ---- writing -----------------------------------------------------------------
 
-int set_attribute(Any const& value, PyObject* pythonName, std::string const& utf8, PyObject* newValue) {
-    String name(utf8);
+int set_attribute(Any const& value, PyObject* pythonName, String const& name, PyObject* newValue) {
     // Deleting an attribute assigns none.
     Any converted = from_python(newValue);
     if (auto property = property_of(value, name)) {
@@ -221,11 +220,11 @@ char const* descriptor_name(void* closure) {
 
 PyObject* wrapper_getattro(PyObject* self, PyObject* name) noexcept {
     return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
-        std::string utf8 = utf8_of(name);
-        if (PyErr_Occurred()) return nullptr;
+        auto text = attribute_name(name);
+        if (!text) return nullptr;
         Any const& value = *held_value(self);
-        if (!utf8.starts_with('_')) return plain_attribute(value, utf8);
-        if (PyObject* special = special_attribute(value, utf8)) return special;
+        if (!text->startsWith("_")) return plain_attribute(value, *text);
+        if (PyObject* special = special_attribute(value, text->asChars())) return special;
         if (PyErr_Occurred()) return nullptr;
         return PyObject_GenericGetAttr(self, name);
     });
@@ -233,9 +232,9 @@ PyObject* wrapper_getattro(PyObject* self, PyObject* name) noexcept {
 
 int wrapper_setattro(PyObject* self, PyObject* name, PyObject* value) noexcept {
     return guarded_slot<int>(-1, [&]() -> int {
-        std::string utf8 = utf8_of(name);
-        if (PyErr_Occurred()) return -1;
-        return set_attribute(*held_value(self), name, utf8, value);
+        auto text = attribute_name(name);
+        if (!text) return -1;
+        return set_attribute(*held_value(self), name, *text, value);
     });
 }
 
