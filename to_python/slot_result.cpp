@@ -6,13 +6,20 @@
 
 namespace tesk::cpython {
 
-PyObject* slot_result(Any const& result) {
-    Any value = internal::result_unwrap_lazy(result);
+namespace {
+PyObject* converted_or_raised(Any const& value) {
     PyObject* converted = to_python(value);
     if (!converted && !PyErr_Occurred()) {
         PyErr_Format(PyExc_RuntimeError, "The value has no Python form: %s", display(value).c_str());
     }
     return converted;
+}
+} // namespace
+
+PyObject* slot_result(Any const& result) {
+    // Most results are final values: no copy for them.
+    if (result.isComputed()) return converted_or_raised(internal::result_unwrap_lazy(result));
+    return converted_or_raised(result);
 }
 
 int slot_status(Any const& result) {

@@ -23,8 +23,9 @@ PyObject* wrapper_iternext(PyObject* self) noexcept {
         Any const& value = *held_value(self);
         // Null without an exception ends the iteration.
         if (!I_Iterator_Generic::test(value)) return nullptr;
-        Any item = internal::result_unwrap_lazy(I_Iterator_Generic::unsafe(value).next());
-        if (StopIteration::test(item)) return nullptr;
+        Any item = I_Iterator_Generic::unsafe(value).next();
+        if (item.isComputed()) item = internal::result_unwrap_lazy(item);
+        if (item.isError() && StopIteration::test(item)) return nullptr;
         return slot_result(item);
     });
 }
