@@ -3,6 +3,9 @@
 #include "wrapper_test_classes.h"
 #include "wrapper_test_support.h"
 
+#include "to_python/wrapper.h"
+#include "to_python/wrapper_protocol_slots.h"
+
 namespace tesk::cpython::testing {
 namespace {
 
@@ -105,6 +108,28 @@ TEST_F(WrapperProtocols, MissingOperatorsRaiseNotImplementedError) {
     run("ys = xs\nys += more\n");
     expect_true("ys is None");
     EXPECT_EQ(items().size(), 6u);
+}
+
+TEST_F(WrapperProtocols, AnErrorHeldByAWrapperIsRaisedByEverySlot) {
+    PyObjectPtr held = PyObjectPtr::steal(new_wrapper(Error(String("held error"))));
+    ASSERT_TRUE(held);
+    bind("e", held.get());
+    for (char const* use : {"e + 1", "e - 1", "iter(e)", "e.anything"})
+        EXPECT_EQ(raised_by(use), "RuntimeError: held error") << use;
+}
+
+TEST_F(WrapperProtocols, SlotsReachedWithoutAWrapperRefuse) {
+    PyObjectPtr list = eval("[1]");
+    EXPECT_EQ(tesk_length(list.get()), -1);
+    EXPECT_EQ(take_exception_text(), "TypeError: Object is not a Tesk sequence.");
+    EXPECT_EQ(tesk_contains(list.get(), list.get()), 0);
+    PyObjectPtr missing = PyObjectPtr::steal(tesk_subscript(list.get(), eval("'k'").get()));
+    EXPECT_EQ(take_exception_text(), "KeyError: 'k'");
+    PyObjectPtr notImplemented = PyObjectPtr::steal(tesk_number_subtract(list.get(), list.get()));
+    EXPECT_EQ(notImplemented.get(), Py_NotImplemented);
+    // Through the type's descriptor, a refused value raises the host's message alone.
+    std::string refused = raised_by("type(g).level.__set__(g, 'x')");
+    EXPECT_EQ(refused.rfind("RuntimeError: Bad argument", 0), 0u) << refused;
 }
 
 TEST_F(WrapperProtocols, TextAndOrderFallBackGracefully) {
