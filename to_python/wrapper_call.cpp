@@ -30,17 +30,27 @@ HashMap named_arguments(PyObject* kwargs) {
 // Positional calls of up to this many arguments keep them on the stack.
 constexpr Py_ssize_t inline_arguments = 8;
 
-Any call_positional(I_Callable_Generic const& callable, PyObject* args) {
+// Calls `call` with the converted positional arguments.
+template <class Call> Any call_positional(Call const& call, PyObject* args) {
     Py_ssize_t n = args ? PyTuple_GET_SIZE(args) : 0;
     if (n <= inline_arguments) {
         std::array<Any, inline_arguments> converted;
         for (Py_ssize_t i = 0; i < n; ++i) converted[i] = from_python(PyTuple_GET_ITEM(args, i));
-        return callable.invoke({converted.data(), static_cast<std::size_t>(n)});
+        return call(std::span<Any const>(converted.data(), static_cast<std::size_t>(n)));
     }
     std::vector<Any> converted;
     converted.reserve(static_cast<std::size_t>(n));
     for (Py_ssize_t i = 0; i < n; ++i) converted.push_back(from_python(PyTuple_GET_ITEM(args, i)));
-    return callable.invoke(converted);
+    return call(std::span<Any const>(converted));
+}
+
+bool has_keywords(PyObject* kwargs) { return kwargs && PyDict_GET_SIZE(kwargs) > 0; }
+
+// Calling a class constructs an instance, from positional arguments.
+PyObject* construct(Class_Generic const& cls, PyObject* args, PyObject* kwargs) {
+    if (has_keywords(kwargs))
+        return raise_text(PyExc_TypeError, String("{} takes no keyword arguments.").arg(cls.qualname()));
+    return slot_result(call_positional([&](std::span<Any const> a) { return cls(a); }, args));
 }
 
 } // namespace
@@ -52,16 +62,17 @@ PyObject* wrapper_call(PyObject* self, PyObject* args, PyObject* kwargs) noexcep
     return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
         Any const& value = *held_value(self);
         if (value.isError()) return to_python(value); // raises it
+        if (Class_Generic::test(value)) return construct(Class_Generic::unsafe(value), args, kwargs);
         if (!I_Callable_Generic::test(value))
             return raise_text(PyExc_RuntimeError, String("Non-callable object: {}").arg(value));
         auto callable = I_Callable_Generic::unsafe(value);
         // Named arguments, when there are any, are the whole call: the host
         // maps them onto parameters and positional ones would be ambiguous.
-        if (kwargs && PyDict_GET_SIZE(kwargs) > 0) {
+        if (has_keywords(kwargs)) {
             HashMap named = named_arguments(kwargs);
             if (named.size() != 0) return slot_result(callable.callWithNamed(named));
         }
-        return slot_result(call_positional(callable, args));
+        return slot_result(call_positional([&](std::span<Any const> a) { return callable.invoke(a); }, args));
     });
 }
 

@@ -97,7 +97,9 @@ PyTypeObject* base_wrapper_type() noexcept { return base_type.get(); }
 PyTypeObject* wrapper_type_for_class(Class_Generic const& cls) noexcept {
     if (belongs_to_module(cls)) return class_wrapper_type(cls);
     std::uint64_t bits = cls.record()->traits;
-    if (bits & traits::callable) return base_type.get();
+    // Classes are callable too: calling one constructs an instance.
+    bool isClassOfClasses = cls.record() == internal::builtin_class(internal::builtin::class_);
+    if ((bits & traits::callable) || isClassOfClasses) return base_type.get();
     if (bits & traits::map) return (bits & traits::sequence) ? map_and_sequence_type.get() : map_type.get();
     if (bits & traits::sequence) return sequence_type.get();
     return plain_type.get();

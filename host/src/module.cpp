@@ -144,23 +144,21 @@ void add_child(Module const& parent, String const& name, Module const& child) {
 // it, so that "a.b" is reachable as the member "b" of "a", whichever of the
 // two was registered first.
 void link_dotted_neighbours(Module const& module, String const& name) {
-    std::vector<std::pair<String, Module>> children;
-    Union<Module, None> parent;
     std::size_t dot = name.rfind(".");
+    String const parentName = dot == String::npos ? String() : name.sliced(0, dot);
+    // A copy of the registry: no host value is made or released under its lock.
+    std::vector<std::pair<String, Module>> registered;
     {
         std::lock_guard guard(internal::g_modules_lock());
-        if (dot != String::npos)
-            if (Module const* p = internal::g_modules().find(name.sliced(0, dot))) parent = *p;
-        std::string const prefix = name.toUtf8() + ".";
-        for (auto const& [other, m] : internal::g_modules().entries()) {
-            if (!other.startsWith(prefix)) continue;
-            String rest = other.sliced(prefix.size());
-            if (!rest.contains(".")) children.emplace_back(rest, m);
-        }
+        registered = internal::g_modules().entries();
     }
-    // Outside the registry lock: editing a class record takes other locks.
-    if (parent) add_child(parent.value(), name.sliced(dot + 1), module);
-    for (auto const& [childName, child] : children) add_child(module, childName, child);
+    std::string const prefix = name.toUtf8() + ".";
+    for (auto const& [other, m] : registered) {
+        if (!parentName.isEmpty() && other == parentName) add_child(m, name.sliced(dot + 1), module);
+        if (!other.startsWith(prefix)) continue;
+        String rest = other.sliced(prefix.size());
+        if (!rest.contains(".")) add_child(module, rest, m);
+    }
 }
 
 } // namespace

@@ -94,6 +94,9 @@ TEST_F(WrapperAttributes, IntrospectionComesFromTheHost) {
 TEST_F(WrapperAttributes, MethodsTakePositionalOrKeywordArguments) {
     expect_true("g.add(1, 2) == 12 and g.add(b=2, a=1) == 12");
     expect_true("Gauge.make('new').label == 'new'");
+    // Calling a class constructs an instance.
+    expect_true("type(Gauge()) is type(g) and Gauge().label is None");
+    EXPECT_EQ(raised_by("Gauge(label='x')"), "TypeError: wrappertest.Gauge takes no keyword arguments.");
     // Keywords are the whole call: positional ones are not passed with them.
     EXPECT_EQ(raised_by("g.add(1, b=2)").rfind("RuntimeError: Missing argument: a", 0), 0u);
     // A keyword whose key is no string is dropped; without others the call is positional.
