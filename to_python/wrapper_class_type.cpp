@@ -47,10 +47,13 @@ struct class_type_block {
 
 // class record → its type. Guarded by its spinlock, taken with the
 // interpreter lock held and never while a host value is released; entries are
-// added, never removed, and the types live for the process.
+// added, never removed, and the types live for the process. Every block ever
+// built is listed too (one that lost a race included), so that nothing a type
+// points into is ever unreachable.
 struct class_type_cache {
     spinlock lock;
     std::unordered_map<internal::object_value_class const*, PyTypeObject*> types;
+    std::vector<class_type_block*> blocks;
 };
 class_type_cache& cache() {
     static auto* c = new class_type_cache();
@@ -95,7 +98,7 @@ class_description describe(Class_Generic const& cls) {
 // Listed for introspection only; calls go through the host's lookup.
 PyObject* method_stub(PyObject*, PyObject*) noexcept { return nullptr; }
 
-PyTypeObject* build_class_type(class_description const& d) {
+class_type_block* build_class_type(class_description const& d) {
     auto* block = new class_type_block();
     for (member_text const& m : d.methods)
         block->methods.push_back({block->keep(m.name), method_stub, METH_VARARGS, block->keep(m.doc)});
@@ -123,7 +126,7 @@ PyTypeObject* build_class_type(class_description const& d) {
     type->tp_methods = block->methods.data();
     type->tp_getset = block->properties.data();
     block->type = type->tp_base ? ready_or_null(type) : nullptr;
-    return block->type;
+    return block;
 }
 
 PyTypeObject* cached(Class_Generic const& cls) {
@@ -150,16 +153,17 @@ PyTypeObject* class_wrapper_type(Class_Generic const& cls) noexcept {
     // values, and readying a type runs Python. The interpreter lock is held
     // throughout, so only a thread that ran while Python let it go can have
     // published a type meanwhile; the first one published is the class's type.
-    PyTypeObject* built = nullptr;
+    class_type_block* built = nullptr;
     try {
         built = build_class_type(describe(cls));
     } catch (...) {
         return nullptr;
     }
-    if (!built) return nullptr;
     class_type_cache& c = cache();
     std::lock_guard guard(c.lock);
-    return c.types.emplace(cls.record(), built).first->second;
+    c.blocks.push_back(built);
+    if (!built->type) return nullptr;
+    return c.types.emplace(cls.record(), built->type).first->second;
 }
 
 } // namespace tesk::cpython
