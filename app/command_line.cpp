@@ -43,7 +43,8 @@ Options:
   --                   what follows is code, even when it starts with '-'
 
 Values: an integer gives an int, a decimal number a float, true/false a
-bool, none None, and anything else the text as a str.
+bool, none None, a JSON array or object a host list or map (whose leaves
+follow the same rules), and anything else the text as a str.
 
 Output: the value in Python notation on standard output. A failure prints
 `error: MESSAGE` (and the line and column of the code, when known) on

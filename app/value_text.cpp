@@ -1,5 +1,7 @@
 #include "app/value_text.h"
 
+#include "app/json_value.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
@@ -52,6 +54,7 @@ tesk::Any parse_float(std::string_view text) {
 } // namespace
 
 tesk::Any parse_value(std::string_view text) {
+    if (looks_like_json(text)) return parse_json_value(text);
     if (looks_integral(text)) return parse_integer(text);
     if (tesk::Any number = parse_float(text); number.hasValue()) return number;
     if (text == "true" || text == "True") return tesk::Boolean(true);

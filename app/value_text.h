@@ -9,8 +9,9 @@ namespace brimora {
 
 // Reads the text of a value: an integer gives an Integer, a decimal number a
 // Float, true/false (or True/False) a Boolean, none (or None) the none value,
-// and anything else the text itself as a String. A number beyond the 64-bit
-// ranges gives an Error.
+// a JSON array or object a List or HashMap (see parse_json_value), and
+// anything else the text itself as a String. A number beyond the 64-bit
+// ranges, or malformed JSON, gives an Error.
 tesk::Any parse_value(std::string_view text);
 
 // Whether `name` can name a Python variable: letters (any non-ASCII byte

@@ -15,6 +15,7 @@
 #include "from_python/proxies.h"
 #include "from_python/text.h"
 #include "to_python/wrapper.h"
+#include "to_python/wrapper_bound_method.h"
 
 namespace tesk::cpython {
 
@@ -33,6 +34,7 @@ Any proxy_from_python(PyObject* object) {
 Any convert_in_order(PyObject* object) {
     if (object == Py_NotImplemented) return Undefined();
     if (Any const* held = is_wrapper(object)) return *held; // the very host object
+    if (auto method = bound_method_value(object)) return *method;
     if (PyBool_Check(object)) return Boolean(object == Py_True);
     if (PyByteArray_Check(object)) return bytearray_from_python(object);
     if (PyBytes_Check(object)) return bytes_from_python(object);

@@ -5,6 +5,9 @@
 
 #include <tesk/tesk.h>
 
+#include <initializer_list>
+#include <string>
+
 namespace tesk::cpython {
 
 // The host result of an operation as the slot's Python result: a deferred
@@ -13,8 +16,19 @@ namespace tesk::cpython {
 // null without an exception). The caller holds the interpreter lock.
 PyObject* slot_result(Any const& result);
 
+// The status of a slot that returns an int: 0, or -1 with the Error of a
+// (resolved) failed result raised.
+int slot_status(Any const& result);
+
+// Raises `exception` with host text as its message; gives null for the slot.
+std::nullptr_t raise_text(PyObject* exception, String const& text);
+
 // Host text as a Python str for messages and display: bytes that are not
 // valid UTF-8 are replaced rather than failing.
 PyObject* display_text_to_python(String const& text);
+
+// Calls a member callable of `self`: an independent one without the receiver,
+// any other with `self` first. No allocation for the argument list.
+Any call_with_receiver(I_Callable_Generic const& method, Any const& self, std::initializer_list<Any> args);
 
 } // namespace tesk::cpython

@@ -6,6 +6,9 @@
 #include "to_python/wrapper_record.h"
 #include "to_python/wrapper_slots.h"
 
+#include <array>
+#include <vector>
+
 namespace tesk::cpython {
 
 namespace {
@@ -19,16 +22,35 @@ HashMap named_arguments(PyObject* kwargs) {
     while (PyDict_Next(kwargs, &pos, &key, &value)) {
         Any name = from_python(key);
         if (!String::test(name) || String::unsafe(name).isEmpty()) continue;
-        named.set(name, from_python(value));
+        (void)named.set(name, from_python(value));
     }
     return named;
 }
 
-List positional_arguments(PyObject* args) {
-    List list;
+// Positional calls of up to this many arguments keep them on the stack.
+constexpr Py_ssize_t inline_arguments = 8;
+
+// Calls `call` with the converted positional arguments.
+template <class Call> Any call_positional(Call const& call, PyObject* args) {
     Py_ssize_t n = args ? PyTuple_GET_SIZE(args) : 0;
-    for (Py_ssize_t i = 0; i < n; ++i) list.append(from_python(PyTuple_GET_ITEM(args, i)));
-    return list;
+    if (n <= inline_arguments) {
+        std::array<Any, inline_arguments> converted;
+        for (Py_ssize_t i = 0; i < n; ++i) converted[i] = from_python(PyTuple_GET_ITEM(args, i));
+        return call(std::span<Any const>(converted.data(), static_cast<std::size_t>(n)));
+    }
+    std::vector<Any> converted;
+    converted.reserve(static_cast<std::size_t>(n));
+    for (Py_ssize_t i = 0; i < n; ++i) converted.push_back(from_python(PyTuple_GET_ITEM(args, i)));
+    return call(std::span<Any const>(converted));
+}
+
+bool has_keywords(PyObject* kwargs) { return kwargs && PyDict_GET_SIZE(kwargs) > 0; }
+
+// Calling a class constructs an instance, from positional arguments.
+PyObject* construct(Class_Generic const& cls, PyObject* args, PyObject* kwargs) {
+    if (has_keywords(kwargs))
+        return raise_text(PyExc_TypeError, String("{} takes no keyword arguments.").arg(cls.qualname()));
+    return slot_result(call_positional([&](std::span<Any const> a) { return cls(a); }, args));
 }
 
 } // namespace
@@ -40,18 +62,17 @@ PyObject* wrapper_call(PyObject* self, PyObject* args, PyObject* kwargs) noexcep
     return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
         Any const& value = *held_value(self);
         if (value.isError()) return to_python(value); // raises it
-        if (!I_Callable_Generic::test(value)) {
-            PyErr_Format(PyExc_RuntimeError, "Non-callable object: %s", display(value).c_str());
-            return nullptr;
-        }
+        if (Class_Generic::test(value)) return construct(Class_Generic::unsafe(value), args, kwargs);
+        if (!I_Callable_Generic::test(value))
+            return raise_text(PyExc_RuntimeError, String("Non-callable object: {}").arg(value));
         auto callable = I_Callable_Generic::unsafe(value);
         // Named arguments, when there are any, are the whole call: the host
         // maps them onto parameters and positional ones would be ambiguous.
-        if (kwargs && PyDict_GET_SIZE(kwargs) > 0) {
+        if (has_keywords(kwargs)) {
             HashMap named = named_arguments(kwargs);
             if (named.size() != 0) return slot_result(callable.callWithNamed(named));
         }
-        return slot_result(callable.callWith(positional_arguments(args)));
+        return slot_result(call_positional([&](std::span<Any const> a) { return callable.invoke(a); }, args));
     });
 }
 

@@ -16,7 +16,13 @@ void wrapper_dealloc(PyObject* self) noexcept {
 }
 
 PyObject* wrapper_repr(PyObject* self) noexcept {
-    return guarded_slot<PyObject*>(nullptr, [&] { return display_text_to_python(display(*held_value(self))); });
+    return guarded_slot<PyObject*>(nullptr, [&] {
+        Any const& value = *held_value(self);
+        // Python source where the host has it ([1, 'a'], {'k': None}), so that
+        // host containers print like Python's; the display text otherwise.
+        Any code = PythonLanguage::toCode(value);
+        return display_text_to_python(String::test(code) ? String::unsafe(code) : display(value));
+    });
 }
 
 PyObject* wrapper_str(PyObject* self) noexcept {

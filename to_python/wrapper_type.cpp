@@ -1,11 +1,12 @@
-// The wrapper types. For now every host value is wrapped with the one base
-// type; the per-class types and the container variants derive from it or
-// share its name and slots.
+// The wrapper types: the base type, the four shared variants, and the choice
+// of a type for a host class.
 #include "to_python/wrapper_type.h"
 
 #include "python/python_once.h"
+#include "to_python/wrapper_class_type.h"
 #include "to_python/wrapper_record.h"
 #include "to_python/wrapper_slots.h"
+#include "to_python/wrapper_type_block.h"
 
 #include <atomic>
 
@@ -13,16 +14,53 @@ namespace tesk::cpython {
 
 namespace {
 
-// One name string for every wrapper type; the types are told apart by identity.
-char const wrapper_type_name[] = ">TeskObject";
-char const wrapper_type_doc[] = "Wrapper around of a Tesk object";
+// The methods of the base type, which every per-class type inherits: dir()
+// looks __dir__ up on the type, not through the wrapper's attribute lookup.
+PyMethodDef base_methods[] = {
+    {"__dir__", wrapper_dir, METH_NOARGS, "The names of the host object's members."},
+    {nullptr, nullptr, 0, nullptr},
+};
 
-python_once base_type_once;
-std::atomic<PyTypeObject*> base_type{nullptr};
+// A type made once per process, on first request.
+class shared_type {
+public:
+    using builder = PyTypeObject* (*)();
+    explicit constexpr shared_type(builder build) noexcept : build_(build) {}
+    PyTypeObject* get() noexcept {
+        once_.run([this] { type_.store(build_(), std::memory_order_release); });
+        return type_.load(std::memory_order_acquire);
+    }
+private:
+    builder build_;
+    python_once once_;
+    std::atomic<PyTypeObject*> type_{nullptr};
+};
 
-// A zero-filled type block with the slots every wrapper type shares. Type
-// blocks are never freed: wrappers of them may live as long as the process,
-// so the block starts with one reference more than Python will ever drop.
+// The shared variants are not callable; their tables say which container
+// operators their instances offer.
+PyTypeObject* variant_type(PySequenceMethods* sequence, PyMappingMethods* mapping) {
+    PyTypeObject* type = new_wrapper_type_block(wrapper_type_name, wrapper_type_doc);
+    type->tp_as_sequence = sequence;
+    type->tp_as_mapping = mapping;
+    type->tp_as_number = number_methods();
+    return ready_or_null(type);
+}
+
+shared_type base_type{[] {
+    PyTypeObject* type = new_wrapper_type_block(wrapper_type_name, wrapper_type_doc);
+    type->tp_call = wrapper_call;
+    type->tp_as_sequence = sequence_methods_concat();
+    type->tp_as_number = number_methods();
+    type->tp_methods = base_methods;
+    return ready_or_null(type);
+}};
+shared_type map_and_sequence_type{[] { return variant_type(sequence_methods_full(), mapping_methods()); }};
+shared_type map_type{[] { return variant_type(sequence_methods_contains(), mapping_methods()); }};
+shared_type sequence_type{[] { return variant_type(sequence_methods_full(), mapping_methods()); }};
+shared_type plain_type{[] { return variant_type(sequence_methods_concat(), nullptr); }};
+
+} // namespace
+
 PyTypeObject* new_wrapper_type_block(char const* name, char const* doc) {
     auto* type = new PyTypeObject(); // value-initialised: every slot null
     Py_SET_TYPE(reinterpret_cast<PyObject*>(type), &PyType_Type);
@@ -39,35 +77,38 @@ PyTypeObject* new_wrapper_type_block(char const* name, char const* doc) {
     type->tp_str = wrapper_str;
     type->tp_hash = wrapper_hash;
     type->tp_richcompare = wrapper_richcompare;
+    type->tp_getattro = wrapper_getattro;
+    type->tp_setattro = wrapper_setattro;
+    type->tp_iter = wrapper_iter;
+    type->tp_iternext = wrapper_iternext;
     return type;
 }
 
-PyTypeObject* build_base_type() {
-    PyTypeObject* type = new_wrapper_type_block(wrapper_type_name, wrapper_type_doc);
-    type->tp_call = wrapper_call;
+PyTypeObject* ready_or_null(PyTypeObject* type) noexcept {
     if (PyType_Ready(type) < 0) {
-        // Leave no error behind: callers report the missing type themselves.
         PyErr_Clear();
         return nullptr;
     }
     return type;
 }
 
-} // namespace
+PyTypeObject* base_wrapper_type() noexcept { return base_type.get(); }
 
-PyTypeObject* base_wrapper_type() noexcept {
-    base_type_once.run([] { base_type.store(build_base_type(), std::memory_order_release); });
-    return base_type.load(std::memory_order_acquire);
-}
-
-PyTypeObject* wrapper_type_for_class(Class_Generic const&) noexcept {
-    return base_wrapper_type();
+PyTypeObject* wrapper_type_for_class(Class_Generic const& cls) noexcept {
+    if (belongs_to_module(cls)) return class_wrapper_type(cls);
+    std::uint64_t bits = cls.record()->traits;
+    // Classes are callable too: calling one constructs an instance.
+    bool isClassOfClasses = cls.record() == internal::builtin_class(internal::builtin::class_);
+    if ((bits & traits::callable) || isClassOfClasses) return base_type.get();
+    if (bits & traits::map) return (bits & traits::sequence) ? map_and_sequence_type.get() : map_type.get();
+    if (bits & traits::sequence) return sequence_type.get();
+    return plain_type.get();
 }
 
 bool is_wrapper_type(PyTypeObject* type) noexcept {
-    // Until the base type exists, no wrapper can exist either.
-    PyTypeObject* base = base_type.load(std::memory_order_acquire);
-    return base != nullptr && (type == base || type->tp_base == base);
+    // Every wrapper type, and no other type, frees its objects with our
+    // dealloc: an identity test that covers the per-class types as well.
+    return type->tp_dealloc == wrapper_dealloc;
 }
 
 } // namespace tesk::cpython

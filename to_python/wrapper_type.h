@@ -7,17 +7,18 @@
 
 namespace tesk::cpython {
 
-// The base wrapper type ">TeskObject", built on first request and kept for the
-// process (borrowed). Null only when the type could not be readied. The caller
-// holds the interpreter lock.
+// The base wrapper type ">TeskObject": callable, built on first request and
+// kept for the process (borrowed). The caller holds the interpreter lock.
 PyTypeObject* base_wrapper_type() noexcept;
 
-// The type that wraps values of the given raw class. Borrowed; the caller
-// holds the interpreter lock.
+// The type that wraps values of the given raw class (borrowed; types live for
+// the process): a type of its own for a class that belongs to a module, else
+// one of the shared types chosen by the class's trait bits. The caller holds
+// the interpreter lock. Null only when no type could be readied.
 PyTypeObject* wrapper_type_for_class(Class_Generic const& cls) noexcept;
 
-// Whether `type` is a wrapper type: by identity, never by name, so a foreign
-// type that happens to carry the same name does not pass.
+// Whether `type` is a wrapper type. By identity, never by name: a foreign type
+// that happens to carry the same name does not pass.
 bool is_wrapper_type(PyTypeObject* type) noexcept;
 
 } // namespace tesk::cpython

@@ -70,6 +70,15 @@ Module Module::create(String const& name, String const& doc) {
         table->traits = base->traits() & ~traits::interface;
         table->factory = internal::make_module_instance;
         table->doc = doc;
+        // The module's callables answer method lookups on it, so that
+        // `module.function(...)` works wherever the module is a value.
+        table->method_hook = std::make_shared<internal::method_lookup_hook const>(
+            [](Any const& self, String const& member) {
+                return internal::read_module(Module::unsafe(self), [&](object_value_module& r) {
+                    Any const* found = r.callables.find(member);
+                    return found ? *found : Any();
+                });
+            });
     }
     Module m = Module::unsafe(internal::object_value_instance::create(cls));
     auto& r = internal::module_record(m);
@@ -102,6 +111,10 @@ void Module::addClass(String const& name, Class_Generic const& cls) const {
         r.classes.set(name, cls);
         return 0;
     });
+    // And a read-only property of the module's own class, so that
+    // `module.Class` reads it like any other member of the module.
+    Property property(I_Callable_Generic::unsafe(internal::make_constant_callable(cls)), Any(), cls.doc());
+    add_class_property_unsafe(Class_Generic::of(get()->class_value()), name, property);
 }
 void Module::addCallable(String const& name, I_Callable_Generic const& callable) const {
     internal::read_module(*this, [&](object_value_module& r) {
@@ -124,14 +137,49 @@ Union<Module, None> find_module(String const& name) {
     return {};
 }
 
+namespace {
+
+// Makes `child` the read-only property `name` of `parent` (of its own class).
+void add_child(Module const& parent, String const& name, Module const& child) {
+    Property property(I_Callable_Generic::unsafe(internal::make_constant_callable(child)), Any(), child.doc());
+    add_class_property_unsafe(Class_Generic::of(parent.get()->class_value()), name, property);
+}
+
+// Links a new module with the registered modules one dot above and below
+// it, so that "a.b" is reachable as the member "b" of "a", whichever of the
+// two was registered first.
+void link_dotted_neighbours(Module const& module, String const& name) {
+    std::size_t dot = name.rfind(".");
+    String const parentName = dot == String::npos ? String() : name.sliced(0, dot);
+    // A copy of the registry: no host value is made or released under its lock.
+    std::vector<std::pair<String, Module>> registered;
+    {
+        std::lock_guard guard(internal::g_modules_lock());
+        registered = internal::g_modules().entries();
+    }
+    std::string const prefix = name.toUtf8() + ".";
+    for (auto const& [other, m] : registered) {
+        if (!parentName.isEmpty() && other == parentName) add_child(m, name.sliced(dot + 1), module);
+        if (!other.startsWith(prefix)) continue;
+        String rest = other.sliced(prefix.size());
+        if (!rest.contains(".")) add_child(module, rest, m);
+    }
+}
+
+} // namespace
+
 Union<Module, Error> get_module(String const& name) {
     if (name.isEmpty()) return Error(String("[get_module] The module name is empty."));
-    std::lock_guard guard(internal::g_modules_lock());
-    if (Module const* m = internal::g_modules().find(name)) return Union<Module, Error>(*m);
-    // Made under the lock so that two threads asking at once get one module;
-    // making it calls no host callable.
-    Module m = Module::create(name);
-    internal::g_modules().set(name, m);
+    Module m = Module::unsafe(Any());
+    {
+        std::lock_guard guard(internal::g_modules_lock());
+        if (Module const* found = internal::g_modules().find(name)) return Union<Module, Error>(*found);
+        // Made under the lock so that two threads asking at once get one
+        // module; making it calls no host callable.
+        m = Module::create(name);
+        internal::g_modules().set(name, m);
+    }
+    link_dotted_neighbours(m, name);
     return Union<Module, Error>(m);
 }
 

@@ -1,0 +1,145 @@
+// Host objects in Python: iteration, the sequence and mapping protocols,
+// operators, and what each refuses.
+#include "wrapper_test_classes.h"
+#include "wrapper_test_support.h"
+
+#include "to_python/wrapper.h"
+#include "to_python/wrapper_protocol_slots.h"
+
+namespace tesk::cpython::testing {
+namespace {
+
+class WrapperProtocols : public WrapperTest {
+protected:
+    void SetUp() override {
+        list_ = List{Integer(10), Integer(11), Integer(12), Integer(13), Integer(14)};
+        (void)map_.set(String("a"), Integer(1));
+        (void)map_.set(String("b"), Integer(2));
+        (void)set_.insert(String("x"));
+        bind_host("xs", list_);
+        bind_host("m", map_);
+        bind_host("s", set_);
+        bind_host("g", make_gauge("main", 3));
+    }
+    std::vector<Any> items() { return list_.copyItems(); }
+    List list_;
+    HashMap map_;
+    HashSet set_;
+};
+
+TEST_F(WrapperProtocols, HostContainersIterate) {
+    expect_true("[x for x in xs] == [10, 11, 12, 13, 14]");
+    expect_true("list(m) == ['a', 'b']");
+    expect_true("list(s) == ['x'] and 'x' in s and 'y' not in s");
+    // A host iterator ends with the host's StopIteration.
+    bind_host("launch", make_launch(3));
+    expect_true("list(launch) == [3, 2, 1]");
+}
+
+TEST_F(WrapperProtocols, IteratorsAndWhatIsNotIterable) {
+    bind_host("countdown", make_countdown(2));
+    expect_true("next(countdown) == 2 and next(countdown) == 1");
+    EXPECT_EQ(raised_by("next(countdown)"), "StopIteration: ");
+    // An iterator that is not an iterable cannot start a for loop.
+    EXPECT_EQ(raised_by("iter(countdown)"), "TypeError: 'Countdown' object is not iterable.");
+    // next() of a value that is no iterator ends at once.
+    EXPECT_EQ(raised_by("next(g)"), "StopIteration: ");
+    EXPECT_EQ(raised_by("iter(g)"), "TypeError: 'Gauge' object is not iterable.");
+    bind_host("broken", make_countdown(-1));
+    EXPECT_EQ(raised_by("next(broken)"), "RuntimeError: the countdown broke");
+}
+
+TEST_F(WrapperProtocols, SequencesIndexAndSlice) {
+    expect_true("len(xs) == 5 and xs[1] == 11 and 12 in xs and 99 not in xs");
+    expect_true("list(xs[1:10:2]) == [11, 13] and list(xs[0:3]) == [10, 11, 12]");
+    expect_true("list(xs[::-2]) == [14, 12, 10] and list(xs[3:1]) == []");
+    bind_host("empty", List());
+    expect_true("bool(xs) and not empty"); // truth is the host length
+    // A negative index goes to the host unchanged, which refuses it.
+    EXPECT_EQ(raised_by("xs[-1]").rfind("RuntimeError", 0), 0u);
+    EXPECT_EQ(raised_by("xs['a']"), "KeyError: 'a'");
+    EXPECT_EQ(raised_by("xs['a':'b']").rfind("TypeError: slice indices", 0), 0u);
+    run("xs[0] = 'first'\ndel xs[1]\n");
+    ASSERT_EQ(items().size(), 4u);
+    EXPECT_EQ(text_of(items()[0]), "first");
+    EXPECT_EQ(Integer::cast(items()[1]).value().value(), 12);
+    EXPECT_EQ(raised_by("xs.__setitem__(10, 1)").rfind("RuntimeError", 0), 0u);
+    EXPECT_EQ(items().size(), 4u);
+}
+
+TEST_F(WrapperProtocols, MapsSubscriptAndChange) {
+    expect_true("m['a'] == 1 and len(m) == 2 and 'b' in m and 'z' not in m");
+    // A missing key is Python's KeyError with the key's text, not the host message.
+    EXPECT_EQ(raised_by("m['missing']"), "KeyError: 'missing'");
+    EXPECT_EQ(raised_by("m[[1]]").rfind("KeyError", 0), 0u); // a mutable key
+    run("m['c'] = 3\ndel m['a']\n");
+    EXPECT_EQ(map_.size(), 2u);
+    EXPECT_FALSE(map_.contains(String("a")));
+    EXPECT_EQ(Integer::cast(map_.find(String("c"))).value().value(), 3);
+    EXPECT_EQ(raised_by("m.__delitem__('absent')").rfind("RuntimeError", 0), 0u);
+    EXPECT_EQ(map_.size(), 2u);
+}
+
+TEST_F(WrapperProtocols, OperatorsCallTheHostMetaMethods) {
+    EXPECT_EQ(text("g + 1"), "__add__:1");
+    EXPECT_EQ(text("g - 'x'"), "__sub__:x");
+    EXPECT_EQ(text("g / 2"), "__div__:2");
+    EXPECT_EQ(text("g & 1"), "__and__:1");
+    EXPECT_EQ(text("g | 1"), "__or__:1");
+    EXPECT_EQ(text("g ^ 1"), "__xor__:1");
+    EXPECT_EQ(text("~g"), "__not__:main");
+    // In-place operators rebind to whatever the host method returns.
+    run("h = g\nh += 1\nk = g\nk -= 1\n");
+    expect_true("h == 7 and k is None");
+    // Only the wrapper's own operand order reaches the host.
+    EXPECT_EQ(raised_by("2 - g").rfind("TypeError", 0), 0u);
+}
+
+TEST_F(WrapperProtocols, MissingOperatorsRaiseNotImplementedError) {
+    std::string shown = display(list_).toUtf8();
+    EXPECT_EQ(raised_by("xs + [1]"), "NotImplementedError: [tesk_sequence_concat] None method 'concat' in: " + shown);
+    EXPECT_EQ(raised_by("xs * 2"), "NotImplementedError: [tesk_sequence_repeat] None method 'repeat' in: " + shown + ".");
+    EXPECT_EQ(raised_by("xs - 1"), "NotImplementedError: [tesk_number_subtract] None method '__sub__' in: " + shown);
+    EXPECT_EQ(raised_by("xs / 1"), "NotImplementedError: [tesk_number_divide] None method '__div__' in: " + shown + ".");
+    EXPECT_EQ(raised_by("xs & 1"), "NotImplementedError: [tesk_number_and] None method in: " + shown);
+    EXPECT_EQ(raised_by("~xs"), "NotImplementedError: [tesk_number_not] None method '__not__' in: " + shown);
+    // A list extends in place; its extend gives none, which += binds.
+    bind_host("more", List{Integer(15)});
+    run("ys = xs\nys += more\n");
+    expect_true("ys is None");
+    EXPECT_EQ(items().size(), 6u);
+}
+
+TEST_F(WrapperProtocols, AnErrorHeldByAWrapperIsRaisedByEverySlot) {
+    PyObjectPtr held = PyObjectPtr::steal(new_wrapper(Error(String("held error"))));
+    ASSERT_TRUE(held);
+    bind("e", held.get());
+    for (char const* use : {"e + 1", "e - 1", "iter(e)", "e.anything"})
+        EXPECT_EQ(raised_by(use), "RuntimeError: held error") << use;
+}
+
+TEST_F(WrapperProtocols, SlotsReachedWithoutAWrapperRefuse) {
+    PyObjectPtr list = eval("[1]");
+    EXPECT_EQ(tesk_length(list.get()), -1);
+    EXPECT_EQ(take_exception_text(), "TypeError: Object is not a Tesk sequence.");
+    EXPECT_EQ(tesk_contains(list.get(), list.get()), 0);
+    PyObjectPtr missing = PyObjectPtr::steal(tesk_subscript(list.get(), eval("'k'").get()));
+    EXPECT_EQ(take_exception_text(), "KeyError: 'k'");
+    PyObjectPtr notImplemented = PyObjectPtr::steal(tesk_number_subtract(list.get(), list.get()));
+    EXPECT_EQ(notImplemented.get(), Py_NotImplemented);
+    // Through the type's descriptor, a refused value raises the host's message alone.
+    std::string refused = raised_by("type(g).level.__set__(g, 'x')");
+    EXPECT_EQ(refused.rfind("RuntimeError: Bad argument", 0), 0u) << refused;
+}
+
+TEST_F(WrapperProtocols, TextAndOrderFallBackGracefully) {
+    // str() of a value that is no text shows its display text instead of raising.
+    Any gauge = make_gauge("shown", 1);
+    bind_host("shown", gauge);
+    EXPECT_EQ(text("str(shown)"), display(gauge).toUtf8());
+    // Values the host cannot order: only != holds.
+    expect_true("(g == 1, g != 1, g < 1, g >= 1) == (False, True, False, False)");
+}
+
+} // namespace
+} // namespace tesk::cpython::testing

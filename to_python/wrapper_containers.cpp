@@ -1,0 +1,147 @@
+// The container slots of the wrapper types: len(), indexing and slicing, item
+// assignment and deletion, and `in`, forwarded to the host's container
+// methods of the held value (a host list, map or set, or any value whose
+// class offers the same methods).
+#include "to_python/wrapper_protocol_slots.h"
+
+#include "python/slot_guard.h"
+#include "from_python/from_python.h"
+#include "to_python/slot_result.h"
+#include "to_python/to_python.h"
+#include "to_python/wrapper.h"
+
+namespace tesk::cpython {
+
+namespace {
+
+char const not_a_sequence[] = "Object is not a Tesk sequence.";
+
+// Calls the member `name` of `value`; a missing member is the host's
+// method-not-found error.
+Any call_named(Any const& value, member_key const& name, std::initializer_list<Any> args) {
+    return value.callMethod(name, {args.begin(), args.size()});
+}
+
+// KeyError carrying the host's display text of the key.
+std::nullptr_t raise_key_error(Any const& key) { return raise_text(PyExc_KeyError, display(key)); }
+
+// w[a:b:c] of a host sequence: a step of 1 is the host's own slice, any other
+// step collects the items one by one into a host list.
+PyObject* slice_of(I_Sequence_Generic const& sequence, PyObject* slice) {
+    Any length = internal::result_unwrap_lazy(sequence.length());
+    if (!Integer::test(length)) return slot_result(length); // raises the Error
+    Py_ssize_t start = 0, stop = 0, step = 0;
+    if (PySlice_Unpack(slice, &start, &stop, &step) < 0) return nullptr;
+    Py_ssize_t count = PySlice_AdjustIndices(static_cast<Py_ssize_t>(Integer::unsafe(length).value()), &start,
+                                             &stop, step);
+    if (step == 1) return slot_result(sequence.sliced(start, stop));
+    List items(sequence.elementsType());
+    for (Py_ssize_t i = 0, at = start; i < count; ++i, at += step) {
+        Any item = internal::result_unwrap_lazy(sequence.at(at));
+        if (item.isError()) return slot_result(item);
+        items.append(item);
+    }
+    return to_python(items);
+}
+
+PyObject* subscript(PyObject* self, PyObject* key) {
+    Any const* held = is_wrapper(self);
+    if (!held) return raise_key_error(from_python(key));
+    Any value = internal::unwrap(*held);
+    if (value.isError()) return slot_result(value);
+    if (I_Map_Generic::test(value)) {
+        Any hostKey = from_python(key);
+        if (!I_Immutable::test(hostKey)) return raise_key_error(hostKey);
+        Any found = internal::result_unwrap_lazy(I_Map_Generic::unsafe(value).get(hostKey));
+        // A missing key is Python's KeyError, not the host's message.
+        if (found.isError()) return raise_key_error(hostKey);
+        return slot_result(found);
+    }
+    if (I_Sequence_Generic::test(value)) {
+        I_Sequence_Generic sequence = I_Sequence_Generic::unsafe(value);
+        if (Py_IS_TYPE(key, &PySlice_Type)) return slice_of(sequence, key);
+        Any index = from_python(key);
+        if (!Integer::test(index)) return raise_key_error(index);
+        // Negative indices go to the host as they are.
+        return slot_result(sequence.at(Integer::unsafe(index).value()));
+    }
+    return raise_key_error(from_python(key));
+}
+
+int assign_subscript(PyObject* self, PyObject* key, PyObject* item) {
+    Any hostKey = from_python(key);
+    Any const* held = is_wrapper(self);
+    if (!held) {
+        raise_key_error(hostKey);
+        return -1;
+    }
+    Any value = internal::unwrap(*held);
+    if (item) return slot_status(call_named(value, I_MutableSequence_Generic::$set, {hostKey, from_python(item)}));
+    bool isMap = I_Map_Generic::test(value);
+    return slot_status(call_named(value, isMap ? I_MutableMap_Generic::$remove : I_MutableSequence_Generic::$removeAt,
+                                  {hostKey}));
+}
+
+} // namespace
+
+Py_ssize_t tesk_length(PyObject* self) noexcept {
+    return guarded_slot<Py_ssize_t>(-1, [&]() -> Py_ssize_t {
+        Any const* held = is_wrapper(self);
+        if (!held) {
+            PyErr_SetString(PyExc_TypeError, not_a_sequence);
+            return -1;
+        }
+        Any length = internal::result_unwrap_lazy(held->propertyValue(I_Sequence_Generic::$$__len__));
+        if (length.isError()) return slot_status(length);
+        if (!Integer::test(length)) {
+            PyErr_SetString(PyExc_TypeError, not_a_sequence);
+            return -1;
+        }
+        return static_cast<Py_ssize_t>(Integer::unsafe(length).value());
+    });
+}
+
+PyObject* tesk_sequence_item(PyObject* self, Py_ssize_t index) noexcept {
+    return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
+        Any const* held = is_wrapper(self);
+        if (!held) return raise_text(PyExc_TypeError, String(not_a_sequence));
+        Any value = internal::unwrap(*held);
+        if (value.isError()) return slot_result(value);
+        return slot_result(call_named(value, I_Sequence_Generic::$at, {Integer(static_cast<std::int64_t>(index))}));
+    });
+}
+
+int tesk_sequence_assign_item(PyObject* self, Py_ssize_t index, PyObject* item) noexcept {
+    return guarded_slot<int>(-1, [&]() -> int {
+        Any const* held = is_wrapper(self);
+        if (!held) {
+            PyErr_SetString(PyExc_TypeError, not_a_sequence);
+            return -1;
+        }
+        Any value = internal::unwrap(*held);
+        Integer position(static_cast<std::int64_t>(index));
+        if (item) return slot_status(call_named(value, I_MutableSequence_Generic::$set, {position, from_python(item)}));
+        return slot_status(call_named(value, I_MutableSequence_Generic::$removeAt, {position}));
+    });
+}
+
+int tesk_contains(PyObject* self, PyObject* item) noexcept {
+    return guarded_slot<int>(-1, [&]() -> int {
+        Any const* held = is_wrapper(self);
+        if (!held) return 0;
+        Any value = internal::unwrap(*held);
+        Any found = internal::result_unwrap_lazy(call_named(value, I_Iterable_Generic::$contains, {from_python(item)}));
+        if (found.isError()) return slot_status(found);
+        return Boolean::from(found).value() ? 1 : 0;
+    });
+}
+
+PyObject* tesk_subscript(PyObject* self, PyObject* key) noexcept {
+    return guarded_slot<PyObject*>(nullptr, [&] { return subscript(self, key); });
+}
+
+int tesk_assign_subscript(PyObject* self, PyObject* key, PyObject* value) noexcept {
+    return guarded_slot<int>(-1, [&] { return assign_subscript(self, key, value); });
+}
+
+} // namespace tesk::cpython
