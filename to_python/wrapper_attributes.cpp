@@ -70,7 +70,7 @@ PyObject* clone_method(Any const& value, member_key const& name) {
 
 // The name of the module that declares a class (or the generic class it instantiates).
 std::optional<String> module_name_of(Class_Generic const& cls) {
-    Any definition = cls.record()->generic_definition;
+    Any definition = cls.record()->generic_definition();
     Class_Generic declared = Class_Generic::test(definition) ? Class_Generic::unsafe(definition) : cls;
     auto module = Module::cast(declared.declaringContext());
     if (!module) return std::nullopt;
@@ -132,12 +132,11 @@ PyObject* special_attribute(Any const& value, std::string_view name) {
 
 // ---- plain names -------------------------------------------------------------
 
-// A method the class record itself lists (not its parents), read under its lock.
+// A method the class itself declares (not its parents).
 Any own_class_method(Class_Generic const& cls, String const& name) {
-    internal::object_value_class const* record = cls.record();
-    std::lock_guard guard(record->lock());
-    Any const* found = record->methods.find(name);
-    return found ? *found : Any();
+    for (auto const& [declared, method] : cls.declaredMethods())
+        if (declared == name) return method;
+    return Any();
 }
 
 // Static members of a class object: its own independent methods, then its own

@@ -70,25 +70,16 @@ std::string type_name_of(Class_Generic const& cls) {
     return name;
 }
 
-// A copy of a member table, read under the record's lock.
-template <class V>
-std::vector<std::pair<String, V>> table_copy(internal::object_value_class const* record, ordered_map<V> const& table) {
-    std::lock_guard guard(record->lock());
-    return table.entries();
-}
-
 class_description describe(Class_Generic const& cls) {
-    internal::object_value_class const* record = cls.record();
-    class_description d{type_name_of(cls), cls.doc().toUtf8(), record->traits, {}, {}};
-    internal::object_value_class const* owner = record->method_owner ? record->method_owner : record;
-    for (auto const& [name, method] : table_copy(owner, owner->methods)) {
-        if (!is_public(name) || !I_Callable_Generic::test(method)) continue;
+    class_description d{type_name_of(cls), cls.doc().toUtf8(), cls.traits(), {}, {}};
+    for (auto const& [name, method] : cls.declaredMethods()) {
+        if (!is_public(name)) continue;
         // Shown as called on an instance: without the receiver.
-        I_Callable_Generic callable = I_Callable_Generic::unsafe(method);
+        I_Callable_Generic callable = method;
         if (!callable.isIndependent()) callable = callable.bindInstance(Any());
         d.methods.push_back({name.toUtf8(), signature_text(callable) + "\n\n-", false});
     }
-    for (auto const& [name, property] : table_copy(record, record->properties)) {
+    for (auto const& [name, property] : cls.declaredProperties()) {
         if (!is_public(name)) continue;
         d.properties.push_back({name.toUtf8(), property.doc().toUtf8(), property.setter().hasValue()});
     }
@@ -140,9 +131,9 @@ PyTypeObject* cached(Class_Generic const& cls) {
 
 bool belongs_to_module(Class_Generic const& cls) {
     internal::object_value_class const* record = cls.record();
-    if (record->declaring_context.hasValue()) return true;
-    if (auto generic = Class_Generic::cast(record->generic_definition);
-        generic && generic.value().record()->declaring_context.hasValue())
+    if (record->declaring_context_value().hasValue()) return true;
+    if (auto generic = Class_Generic::cast(record->generic_definition());
+        generic && generic.value().record()->declaring_context_value().hasValue())
         return true;
     return record->is_ancestor(Module::getClass().record());
 }

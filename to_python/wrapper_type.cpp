@@ -96,7 +96,7 @@ PyTypeObject* base_wrapper_type() noexcept { return base_type.get(); }
 
 PyTypeObject* wrapper_type_for_class(Class_Generic const& cls) noexcept {
     if (belongs_to_module(cls)) return class_wrapper_type(cls);
-    std::uint64_t bits = cls.record()->traits;
+    std::uint64_t bits = cls.record()->traits();
     // Classes are callable too: calling one constructs an instance.
     bool isClassOfClasses = cls.record() == internal::builtin_class(internal::builtin::class_);
     if ((bits & traits::callable) || isClassOfClasses) return base_type.get();

@@ -309,6 +309,24 @@ std::vector<std::pair<String, I_Callable_Generic>> Class_Generic::definedMethods
     return defined_members<Any, I_Callable_Generic>(record(), &internal::class_table::methods);
 }
 
+std::vector<std::pair<String, Property>> Class_Generic::declaredProperties() const {
+    return internal::read_table(record(), [](internal::class_table const& t) {
+        std::vector<std::pair<String, Property>> out;
+        for (auto const& [k, v] : t.properties.entries()) out.emplace_back(k, v);
+        return out;
+    });
+}
+
+std::vector<std::pair<String, I_Callable_Generic>> Class_Generic::declaredMethods() const {
+    internal::read_section section;
+    internal::class_table const* owner = &internal::table_of(record());
+    if (owner->method_owner) owner = &internal::table_of(owner->method_owner);
+    std::vector<std::pair<String, I_Callable_Generic>> out;
+    for (auto const& [k, v] : owner->methods.entries())
+        if (I_Callable_Generic::test(v)) out.emplace_back(k, I_Callable_Generic::unsafe(v));
+    return out;
+}
+
 std::vector<String> Class_Generic::fieldNames() const {
     std::vector<String> out;
     for (auto const& f : record()->all_fields()) out.push_back(f.name);

@@ -164,6 +164,9 @@ public:
     bool definedField(String const& name) const;
     std::vector<std::pair<String, Property>> definedProperties() const;
     std::vector<std::pair<String, I_Callable_Generic>> definedMethods() const;
+    // Members this class itself declares (not inherited), in declared order.
+    std::vector<std::pair<String, Property>> declaredProperties() const;
+    std::vector<std::pair<String, I_Callable_Generic>> declaredMethods() const;
     std::vector<String> fieldNames() const;
 
     // A new instance with empty fields (no constructor runs).
