@@ -23,6 +23,7 @@ void register_cpython_add_sys_path();
 void register_evaluate();
 void register_evaluate_expr();
 void register_cpython_doc();
+void register_cpython_set_sandbox_level();
 // Builds the members' descriptions; called while the library loads.
 void describe_cpython_module();
 
