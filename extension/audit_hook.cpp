@@ -63,8 +63,8 @@ event_set const& strict_blocked_events() {
         // threading.Thread starts here on 3.13, not in _thread.start_new_thread
         "_thread.start_joinable_thread",
         // code that runs later, outside the guard, or sees the caller's frames
-        "sys.settrace", "sys.setprofile", "sys._settraceallthreads", "sys._setprofileallthreads",
-        "sys.monitoring.register_callback", "sys._getframe",
+        // (threading.settrace_all_threads raises sys.settrace once per thread)
+        "sys.settrace", "sys.setprofile", "sys.monitoring.register_callback", "sys._getframe",
         // hand-made byte code
         "code.__new__",
         // every object of the process, the replaced functions' originals among them

@@ -5,6 +5,10 @@
 #include "python/sandbox_state.h"
 #include "python/slot_guard.h"
 
+#if !defined(_WIN32)
+#include <fcntl.h>
+#endif
+
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -79,6 +83,10 @@ descriptor_record open_descriptors() {
             // not a descriptor number: skipped
         }
     }
+#if !defined(_WIN32)
+    // The listing's own descriptor is listed too, and closed by now.
+    std::erase_if(record.descriptors, [](int fd) { return fcntl(fd, F_GETFD) == -1; });
+#endif
     record.complete = !error && !record.descriptors.empty();
     std::sort(record.descriptors.begin(), record.descriptors.end());
     return record;
