@@ -17,9 +17,6 @@ namespace {
 
 using event_set = std::unordered_set<std::string_view>;
 
-constexpr char const* write_blocked = "write blocked: read-only sandbox";
-constexpr char const* operation_blocked = "operation blocked in sandbox";
-
 // os.open flags that write, create or truncate: the platform's own values.
 constexpr long writing_open_flags = O_WRONLY | O_RDWR | O_APPEND | O_CREAT | O_TRUNC | O_EXCL;
 
@@ -157,15 +154,15 @@ bool refused_by_strict_level(std::string_view event, PyObject* arguments) noexce
 int audit_hook(char const* event, PyObject* arguments, void* /*userData*/) noexcept {
     if (!sandbox_active) return 0;
     std::string_view const name = event;
-    if (name == "open" && opens_for_writing(arguments)) return refuse(write_blocked);
+    if (name == "open" && opens_for_writing(arguments)) return refuse(write_blocked_message);
     try {
-        if (blocked_events().contains(name)) return refuse(operation_blocked);
+        if (blocked_events().contains(name)) return refuse(operation_blocked_message);
         if (active_sandbox_level == sandbox_level::strict && refused_by_strict_level(name, arguments))
-            return refuse(operation_blocked);
+            return refuse(operation_blocked_message);
     } catch (...) {
         // Only the first use builds the sets; when even that fails (out of
         // memory), refusing is the safe answer.
-        return refuse(operation_blocked);
+        return refuse(operation_blocked_message);
     }
     return 0;
 }

@@ -72,6 +72,8 @@ struct descriptor_record {
 };
 thread_local std::optional<descriptor_record> inherited;
 
+// Listed from /proc/self/fd; where that does not exist, the record is
+// incomplete and every write through the replaced functions is refused.
 descriptor_record open_descriptors() {
     descriptor_record record;
     std::error_code error;
@@ -113,7 +115,7 @@ PyObject* call_replaced(PyObject* self, PyObject* const* args, Py_ssize_t nargsf
             bool const refuse = function.refusal == rule::always ||
                                 is_inherited(args, PyVectorcall_NARGS(static_cast<size_t>(nargsf)));
             if (refuse) {
-                PyErr_SetString(PyExc_PermissionError, "operation blocked in sandbox");
+                PyErr_SetString(PyExc_PermissionError, operation_blocked_message);
                 return nullptr;
             }
         }

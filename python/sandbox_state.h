@@ -6,6 +6,10 @@
 
 namespace tesk::cpython {
 
+// The two refusal messages, raised as PermissionError.
+constexpr char const* write_blocked_message = "write blocked: read-only sandbox";
+constexpr char const* operation_blocked_message = "operation blocked in sandbox";
+
 // True on a thread exactly while a sandbox guard is alive on it. Per thread,
 // so that a sandboxed evaluation does not restrict one on another thread (and
 // a thread started from sandboxed code runs without it).

@@ -158,39 +158,74 @@ TEST_F(SandboxTest, GuardsNestAndEachRestoresWhatItFound) {
     EXPECT_TRUE(fs::exists(dir_ / "nested"));
 }
 
+// The configured level through the module function, as a host sets it.
+Any set_sandbox_level(char const* level) {
+    auto module = find_module("tesk.cpython");
+    if (!module) return Error("no module tesk.cpython");
+    for (auto const& [name, callable] : module.value().callables())
+        if (name == "cpython_set_sandbox_level") return internal::result_unwrap_lazy(callable({String(level)}));
+    return Error("no function cpython_set_sandbox_level");
+}
+
+TEST_F(SandboxTest, ANestedGuardNeverLoosensTheStrictLevel) {
+    char const* fifo = "import os\nos.mkfifo(d + '/fifo')";
+    ASSERT_EQ(string_of(set_sandbox_level("strict")), "standard");
+    {
+        sandbox_guard outer;
+        EXPECT_EQ(active_sandbox_level, sandbox_level::strict);
+        ASSERT_EQ(string_of(set_sandbox_level("standard")), "strict");
+        {
+            sandbox_guard inner;
+            EXPECT_EQ(active_sandbox_level, sandbox_level::strict);
+        }
+        // The inner guard's end did not put the originals back.
+        EXPECT_EQ(error_message(evaluate(fifo, scope())), operation_blocked);
+    }
+    EXPECT_FALSE(sandbox_active);
+    // Standard again: os.mkfifo is not refused there.
+    EXPECT_TRUE(sandboxed(fifo, scope()).isNone());
+    EXPECT_TRUE(fs::exists(dir_ / "fifo"));
+}
+
 TEST_F(SandboxTest, ASandboxedThreadDoesNotRestrictAnother) {
-    // The sandboxed evaluation waits (giving up the interpreter lock) until
-    // the plain one on another thread has written its file, then tries too.
-    ASSERT_TRUE(evaluate("import sys\nsys.brimora_sandbox_step = 0").isNone());
-    Any sandboxedResult;
-    std::thread sandboxedThread([&] {
-        sandboxedResult = sandboxed(
-            "import sys, time\n"
-            "sys.brimora_sandbox_step = 1\n"
-            "while sys.brimora_sandbox_step != 2:\n"
-            "    time.sleep(0.001)\n"
-            "try:\n"
-            "    open(d + '/from_sandbox', 'w')\n"
-            "except PermissionError as e:\n"
-            "    return str(e)\n",
-            scope());
-    });
-    Any plainResult = evaluate(
-        "import sys, time\n"
-        "while sys.brimora_sandbox_step != 1:\n"
-        "    time.sleep(0.001)\n"
-        "open(d + '/from_plain', 'w').close()\n"
-        "bytecode = sys.dont_write_bytecode\n"
-        "sys.brimora_sandbox_step = 2\n"
-        "return bytecode",
-        scope());
-    sandboxedThread.join();
-    // The plain evaluation wrote its file, but wrote no byte code meanwhile.
-    EXPECT_TRUE(fs::exists(dir_ / "from_plain"));
-    ASSERT_TRUE(Boolean::test(plainResult)) << display(plainResult).toUtf8();
-    EXPECT_TRUE(Boolean::unsafe(plainResult).value());
-    EXPECT_EQ(string_of(sandboxedResult), write_blocked);
-    EXPECT_FALSE(fs::exists(dir_ / "from_sandbox"));
+    // At each level, the sandboxed evaluation waits (giving up the
+    // interpreter lock) until the plain one on another thread has written
+    // its file (and, while the strict level's replacements stand, made a
+    // FIFO), then tries to write too.
+    for (char const* level : {"standard", "strict"}) {
+        ASSERT_FALSE(set_sandbox_level(level).isError());
+        ASSERT_TRUE(evaluate("import sys\nsys.brimora_sandbox_step = 0").isNone());
+        Any sandboxedResult;
+        std::thread sandboxedThread([&] {
+            sandboxedResult = sandboxed("import sys, time\n"
+                                        "sys.brimora_sandbox_step = 1\n"
+                                        "while sys.brimora_sandbox_step != 2:\n"
+                                        "    time.sleep(0.001)\n"
+                                        "try:\n"
+                                        "    open(d + '/from_sandbox', 'w')\n"
+                                        "except PermissionError as e:\n"
+                                        "    return str(e)\n",
+                                        scope());
+        });
+        Any plainResult = evaluate("import os, sys, time\n"
+                                   "while sys.brimora_sandbox_step != 1:\n"
+                                   "    time.sleep(0.001)\n"
+                                   "open(d + '/from_plain', 'w').close()\n"
+                                   "os.mkfifo(d + '/fifo_' + level)\n"
+                                   "bytecode = sys.dont_write_bytecode\n"
+                                   "sys.brimora_sandbox_step = 2\n"
+                                   "return bytecode",
+                                   scope_of(map_of({{"d", String(dir_.string())}, {"level", String(level)}})));
+        sandboxedThread.join();
+        // The plain evaluation wrote its files, but wrote no byte code meanwhile.
+        EXPECT_TRUE(fs::exists(dir_ / "from_plain")) << level;
+        EXPECT_TRUE(fs::exists(dir_ / (std::string("fifo_") + level))) << level;
+        ASSERT_TRUE(Boolean::test(plainResult)) << display(plainResult).toUtf8();
+        EXPECT_TRUE(Boolean::unsafe(plainResult).value()) << level;
+        EXPECT_EQ(string_of(sandboxedResult), write_blocked) << level;
+        EXPECT_FALSE(fs::exists(dir_ / "from_sandbox")) << level;
+    }
+    (void)set_sandbox_level("standard");
 }
 
 } // namespace
