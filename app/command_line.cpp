@@ -37,6 +37,9 @@ Options:
                        result as `NAME = value`, in the order given
   --sandbox            refuse file writes, processes, network access and
                        native libraries while the code runs
+  --sandbox=strict     the sandbox, also refusing threads, tracing, frames,
+                       code objects, writes to inherited descriptors,
+                       ending or signalling the process and atexit handlers
   --extension PATH     the Python extension library to load (default:
                        libbrimora_python.so beside this program)
   -h, --help           print this help
@@ -90,10 +93,14 @@ public:
                 continue;
             }
             if (argument == "-h" || argument == "--help") return HelpRequest{};
-            if (argument == "--sandbox") {
+            if (argument == "--sandbox" || argument == "--sandbox=strict") {
                 invocation_.sandbox = true;
+                invocation_.strictSandbox = invocation_.strictSandbox || argument != "--sandbox";
                 continue;
             }
+            if (argument.starts_with("--sandbox="))
+                return UsageError{"unknown sandbox level '" + std::string(argument.substr(10)) +
+                                  "' (expected --sandbox or --sandbox=strict)"};
             // Options with a value: "--local a=1", or "--local=a=1" for the long ones.
             std::string_view name = argument;
             std::optional<std::string_view> value;

@@ -28,6 +28,7 @@ struct Invocation {
     std::optional<std::string> code;      // given as an argument
     std::optional<std::string> codeFile;  // given with -f; "-" is standard input
     bool sandbox = false;
+    bool strictSandbox = false;           // --sandbox=strict (implies sandbox)
     std::vector<NamedValue> locals;       // in the order given
     std::vector<NamedValue> globals;
     std::vector<NamedValue> outLocals;    // blocks only

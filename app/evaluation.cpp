@@ -38,6 +38,18 @@ tesk::String const& evaluation_method(Invocation const& invocation) {
     return expression ? tesk::I_Language::$evaluateExpression : tesk::I_Language::$evaluate;
 }
 
+// Chooses the strict sandbox level through the language module's own
+// function; an extension without it cannot honour --sandbox=strict.
+tesk::Any choose_strict_sandbox() {
+    auto module = tesk::find_module(language_module);
+    if (module) {
+        for (auto const& [name, function] : module.value().callables())
+            if (name == "cpython_set_sandbox_level")
+                return tesk::internal::result_unwrap_lazy(function({tesk::String("strict")}));
+    }
+    return tesk::Error("The extension offers no strict sandbox level.");
+}
+
 } // namespace
 
 tesk::Union<tesk::Class_Generic, tesk::Error> find_python_language() {
@@ -55,6 +67,10 @@ tesk::EvaluationScope make_scope(Invocation const& invocation) {
 
 tesk::Any evaluate(tesk::Class_Generic const& language, Invocation const& invocation, tesk::String const& code,
                    tesk::EvaluationScope const& scope) {
+    if (invocation.strictSandbox) {
+        tesk::Any chosen = choose_strict_sandbox();
+        if (chosen.isError()) return chosen;
+    }
     return call_language(language, evaluation_method(invocation), {code, scope});
 }
 

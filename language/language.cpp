@@ -5,11 +5,24 @@
 #include "language/evaluation.h"
 #include "language/module_lookup.h"
 #include "language/registration.h"
+#include "language/sandbox_guard.h"
 
 #include <optional>
 
 namespace tesk::cpython {
 namespace {
+
+String sandbox_level_name(sandbox_level level) {
+    return level == sandbox_level::strict ? String("strict") : String("standard");
+}
+
+Result<String> set_sandbox_level_member(String const& level) {
+    sandbox_level chosen;
+    if (level == "standard") chosen = sandbox_level::standard;
+    else if (level == "strict") chosen = sandbox_level::strict;
+    else return Error(String("Unknown sandbox level: {}. Expected 'standard' or 'strict'.").arg(level));
+    return sandbox_level_name(configured_sandbox_level.exchange(chosen));
+}
 
 // The members of tesk.cpython, described while the library loads.
 struct cpython_module_members {
@@ -17,6 +30,12 @@ struct cpython_module_members {
                              "Evaluates Python code.", {Any()}};
     module_function evaluate_expr{cpython_module_name, "evaluate_expr", make_closure(&evaluate_expression),
                                   "code, scope", "Evaluates Python expression.", {Any()}};
+    module_function set_sandbox_level{cpython_module_name, "cpython_set_sandbox_level",
+                                      make_closure(&set_sandbox_level_member), "level",
+                                      "Sets how much sandboxed evaluations refuse: 'standard' or 'strict' "
+                                      "(also threads, tracing, frames, code objects, writable mappings, writes to "
+                                      "inherited descriptors, ending or signalling the process, atexit, and modules "
+                                      "with unaudited routes). Returns the previous level."};
     module_property doc{cpython_module_name, meta_property_untyped("$$doc"), String("Interface to Python language.")};
 };
 
@@ -122,19 +141,27 @@ Result<Any> evaluate_expression(String code, Union<EvaluationScope, None> scope)
     return host_entry([&] { return run_expression(code, scope); });
 }
 
-// The sandbox rules are not in place yet: these run like their plain
-// counterparts, without restrictions.
+// The guard is entered before the evaluation and left after it on every
+// path; it holds the interpreter lock throughout, so the evaluation's own
+// lock nests inside it.
 Result<Any> evaluate_block_in_sandbox(String code, Union<EvaluationScope, None> scope) {
-    return evaluate_block(std::move(code), std::move(scope));
+    return host_entry([&] {
+        sandbox_guard guard;
+        return run_block(code, scope);
+    });
 }
 
 Result<Any> evaluate_expression_in_sandbox(String code, Union<EvaluationScope, None> scope) {
-    return evaluate_expression(std::move(code), std::move(scope));
+    return host_entry([&] {
+        sandbox_guard guard;
+        return run_expression(code, scope);
+    });
 }
 
 void describe_cpython_module() { (void)members(); }
 void register_evaluate() { members().evaluate.register_now(); }
 void register_evaluate_expr() { members().evaluate_expr.register_now(); }
+void register_cpython_set_sandbox_level() { members().set_sandbox_level.register_now(); }
 void register_cpython_doc() { members().doc.register_now(); }
 
 void setup_python_module() {

@@ -27,6 +27,7 @@ Result<Any> evaluate_expression_in_sandbox(String code, Union<EvaluationScope, N
 void register_evaluate();
 void register_evaluate_expr();
 void register_cpython_doc();
+void register_cpython_set_sandbox_level();
 // Builds the members' descriptions; called while the library loads.
 void describe_cpython_module();
 

@@ -1,0 +1,34 @@
+// The scope of a sandboxed evaluation.
+#include "language/sandbox_guard.h"
+
+#include "extension/startup.h"
+
+namespace tesk::cpython {
+
+sandbox_guard::interpreter_started::interpreter_started() noexcept { ensure_interpreter(); }
+
+sandbox_guard::sandbox_guard() noexcept : savedActive_(sandbox_active), savedLevel_(active_sandbox_level) {
+    // A nested guard never loosens what an enclosing one set.
+    bool const strict = (savedActive_ && savedLevel_ == sandbox_level::strict) ||
+                        configured_sandbox_level.load() == sandbox_level::strict;
+    // Process-wide: while any guard is alive, no thread writes byte code.
+    savedDontWriteBytecode_ = PyObjectPtr::borrow(PySys_GetObject("dont_write_bytecode"));
+    (void)PySys_SetObject("dont_write_bytecode", Py_True);
+    // The functions are replaced before the flag goes up, so that the
+    // imports this needs are not sandboxed themselves.
+    if (strict) strict_.emplace();
+    active_sandbox_level = strict ? sandbox_level::strict : sandbox_level::standard;
+    sandbox_active = true;
+}
+
+sandbox_guard::~sandbox_guard() {
+    PyObject* pending = PyErr_GetRaisedException();
+    (void)PySys_SetObject("dont_write_bytecode", savedDontWriteBytecode_ ? savedDontWriteBytecode_.get() : Py_False);
+    PyErr_SetRaisedException(pending);
+    savedDontWriteBytecode_.reset();
+    strict_.reset();
+    sandbox_active = savedActive_;
+    active_sandbox_level = savedLevel_;
+}
+
+} // namespace tesk::cpython
