@@ -78,7 +78,11 @@ int run_script(tesk::Class_Generic const& language, ScriptRun const& run) {
     tesk::HashMap locals;
     locals.set(tesk::String("tesk_script"), tesk::String(run.file));
     locals.set(tesk::String("tesk_arguments"), tesk::Tuple(std::move(arguments)));
-    tesk::EvaluationScope scope(tesk::Any(), locals, tesk::Any(), tesk::Any());
+    // The runner's own frame sits below the script's on the stack: like the
+    // bottom frame of python3, its module is __main__.
+    tesk::HashMap globals;
+    globals.set(tesk::String("__name__"), tesk::String("__main__"));
+    tesk::EvaluationScope scope(tesk::Any(), locals, globals, tesk::Any());
     tesk::Any status = evaluate_block(language, tesk::String(runner), scope);
     if (status.isError()) return report_error(status.error());
     if (auto code = tesk::Integer::cast(status)) return static_cast<int>(code.value().value());
