@@ -78,4 +78,9 @@ run run "$WORK/child.py"
 expect_status 0
 expect_stdout_lines "True True" "broken pipe raised"
 
+# The host may name another program.
+BRIMORA_PYTHON_EXECUTABLE=/opt/other/python run expr "(__import__('sys').executable, __import__('sys')._base_executable)"
+expect_status 0
+expect_stdout_lines "('/opt/other/python', '/opt/other/python')"
+
 finish
