@@ -10,6 +10,7 @@ namespace {
 constexpr std::string_view usage = R"(usage: brimora expr EXPRESSION [options]
        brimora eval BLOCK [options]
        brimora eval -f FILE [options]
+       brimora run [--extension PATH] FILE [ARGS...]
 Try 'brimora --help' for more information.
 )";
 
@@ -18,6 +19,7 @@ constexpr std::string_view help = R"(brimora: runs Python code inside the Tesk h
 usage: brimora expr EXPRESSION [options]
        brimora eval BLOCK [options]
        brimora eval -f FILE [options]
+       brimora run [--extension PATH] FILE [ARGS...]
        brimora --help
 
 Commands:
@@ -25,6 +27,12 @@ Commands:
   eval BLOCK         run a block of Python statements as the body of a
                      function; `return` gives the value printed (None
                      without one)
+  run FILE [ARGS...]  run a Python script as python3 does: as __main__, with
+                     sys.argv = [FILE, ARGS...] and the script's directory
+                     first on sys.path ("-" reads the script from standard
+                     input); the exit status is the script's (sys.exit), 1
+                     after an uncaught exception, whose traceback goes to
+                     standard error
 
 Options:
   -f, --file FILE      read the code from FILE instead of the command line
@@ -54,7 +62,7 @@ Output: the value in Python notation on standard output. A failure prints
 standard error.
 
 Exit status: 0 on success, 1 when the evaluation or the start-up fails,
-2 when the command line is wrong.
+2 when the command line is wrong; for run, the script's own status.
 
 Examples:
   brimora expr "[x * x for x in range(5)]"
@@ -188,6 +196,38 @@ private:
     Invocation invocation_;
 };
 
+// Reads `run [--extension PATH] [--] FILE [ARGS...]`: options come before
+// FILE; everything after it belongs to the script.
+CommandLine parse_script_run(std::span<char const* const> arguments) {
+    ScriptRun run;
+    std::size_t i = 0;
+    for (; i < arguments.size(); ++i) {
+        std::string_view argument = arguments[i];
+        if (argument == "--") {
+            ++i;
+            break;
+        }
+        if (argument == "-" || !argument.starts_with('-')) break;
+        if (argument == "-h" || argument == "--help") return HelpRequest{};
+        if (argument == "--extension" || argument.starts_with("--extension=")) {
+            if (run.extension) return UsageError{"option --extension given twice"};
+            if (argument != "--extension") {
+                run.extension = std::string(argument.substr(argument.find('=') + 1));
+            } else if (++i < arguments.size()) {
+                run.extension = std::string(arguments[i]);
+            } else {
+                return UsageError{"option --extension needs a value (PATH)"};
+            }
+            continue;
+        }
+        return UsageError{"unknown option '" + std::string(argument) + "' for run (options come before FILE)"};
+    }
+    if (i == arguments.size()) return UsageError{"missing the script to run"};
+    run.file = arguments[i];
+    for (++i; i < arguments.size(); ++i) run.arguments.emplace_back(arguments[i]);
+    return run;
+}
+
 } // namespace
 
 CommandLine parse_command_line(std::span<char const* const> arguments) {
@@ -197,8 +237,9 @@ CommandLine parse_command_line(std::span<char const* const> arguments) {
     auto rest = arguments.subspan(1);
     if (command == "expr") return Parser(CodeKind::expression).parse(rest);
     if (command == "eval") return Parser(CodeKind::block).parse(rest);
+    if (command == "run") return parse_script_run(rest);
     if (command.starts_with('-')) return UsageError{"unknown option '" + std::string(command) + "'"};
-    return UsageError{"unknown command '" + std::string(command) + "' (expected expr or eval)"};
+    return UsageError{"unknown command '" + std::string(command) + "' (expected expr, eval or run)"};
 }
 
 std::string_view usage_text() { return usage; }

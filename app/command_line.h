@@ -35,13 +35,20 @@ struct Invocation {
     std::optional<std::string> extension; // the extension library to load instead of the default
 };
 
+// A Python script run the way python3 runs it: `brimora run FILE [ARGS...]`.
+struct ScriptRun {
+    std::string file;                     // "-" is standard input
+    std::vector<std::string> arguments;   // what follows FILE: sys.argv[1:]
+    std::optional<std::string> extension; // the extension library to load instead of the default
+};
+
 struct HelpRequest {};
 
 struct UsageError {
     std::string message;
 };
 
-using CommandLine = std::variant<Invocation, HelpRequest, UsageError>;
+using CommandLine = std::variant<Invocation, ScriptRun, HelpRequest, UsageError>;
 
 // Reads the arguments after the program name.
 CommandLine parse_command_line(std::span<char const* const> arguments);

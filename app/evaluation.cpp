@@ -74,6 +74,11 @@ tesk::Any evaluate(tesk::Class_Generic const& language, Invocation const& invoca
     return call_language(language, evaluation_method(invocation), {code, scope});
 }
 
+tesk::Any evaluate_block(tesk::Class_Generic const& language, tesk::String const& code,
+                         tesk::EvaluationScope const& scope) {
+    return call_language(language, tesk::I_Language::$evaluate, {code, scope});
+}
+
 tesk::String to_code(tesk::Class_Generic const& language, tesk::Any const& value) {
     tesk::Any code = call_language(language, tesk::I_Language::$toCode, {value});
     if (code.is<tesk::String>()) return tesk::String::unsafe(code);

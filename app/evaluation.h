@@ -22,6 +22,10 @@ tesk::EvaluationScope make_scope(Invocation const& invocation);
 tesk::Any evaluate(tesk::Class_Generic const& language, Invocation const& invocation, tesk::String const& code,
                    tesk::EvaluationScope const& scope);
 
+// Runs a statement block with the language's evaluate. The result or an Error.
+tesk::Any evaluate_block(tesk::Class_Generic const& language, tesk::String const& code,
+                         tesk::EvaluationScope const& scope);
+
 // A value as Python source text, as the language renders it; the host's
 // display text for a value that has no source form.
 tesk::String to_code(tesk::Class_Generic const& language, tesk::Any const& value);

@@ -5,10 +5,12 @@
 #include "app/extension_loader.h"
 #include "app/platform.h"
 #include "app/report.h"
+#include "app/script_run.h"
 #include "app/tesk_module.h"
 
 #include <tesk/tesk.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -23,25 +25,35 @@ tesk::Any code_of(Invocation const& invocation) {
     return tesk::String::fromRawDataUnsafe(invocation.code->data(), invocation.code->size());
 }
 
-int run(Invocation const& invocation) {
-    tesk::Any code = code_of(invocation);
-    if (code.isError()) return report_error(code.error());
-
+// Starts the host the way every Tesk host does (the extension loaded, the
+// module tesk defined, the init handlers run) and finds the Python language.
+tesk::Union<tesk::Class_Generic, tesk::Error> start_host(std::optional<std::string> const& extensionPath) {
     // The interpreter is never finalised, so nothing would flush Python's own
     // buffers of standard output at exit: have it write through instead.
     setenv("PYTHONUNBUFFERED", "1", 0);
-    auto extension = LoadedExtension::load(invocation.extension.value_or(default_extension_path()));
-    if (auto* error = std::get_if<tesk::Error>(&extension)) return report_error(*error);
+    auto extension = LoadedExtension::load(extensionPath.value_or(default_extension_path()));
+    if (auto* error = std::get_if<tesk::Error>(&extension)) return *error;
     define_tesk_module();
     tesk::run_init_handlers();
+    return find_python_language();
+}
 
-    auto language = find_python_language();
+int run(Invocation const& invocation) {
+    tesk::Any code = code_of(invocation);
+    if (code.isError()) return report_error(code.error());
+    auto language = start_host(invocation.extension);
     if (language.is<tesk::Error>()) return report_error(language.as<tesk::Error>());
     tesk::Class_Generic languageClass = language.as<tesk::Class_Generic>();
     tesk::EvaluationScope scope = make_scope(invocation);
     tesk::Any result = evaluate(languageClass, invocation, tesk::String::unsafe(code), scope);
     if (result.isError()) return report_error(result.error());
     return report_result(languageClass, result, scope);
+}
+
+int run(ScriptRun const& script) {
+    auto language = start_host(script.extension);
+    if (language.is<tesk::Error>()) return report_error(language.as<tesk::Error>());
+    return run_script(language.as<tesk::Class_Generic>(), script);
 }
 
 int usage_error(UsageError const& error) {
@@ -59,9 +71,14 @@ int help() {
 
 int main(int argc, char** argv) {
     using namespace brimora;
+    // As python3 does: a write to a pipe whose reader has gone raises
+    // BrokenPipeError in the code instead of ending the whole host. Python
+    // gives children started by subprocess the default action back.
+    std::signal(SIGPIPE, SIG_IGN);
     try {
         CommandLine commandLine = parse_command_line(std::span<char const* const>(argv + 1, argc - 1));
         if (auto* invocation = std::get_if<Invocation>(&commandLine)) return run(*invocation);
+        if (auto* script = std::get_if<ScriptRun>(&commandLine)) return run(*script);
         if (auto* error = std::get_if<UsageError>(&commandLine)) return usage_error(*error);
         return help();
     } catch (std::exception const& e) {

@@ -11,6 +11,13 @@ namespace tesk::cpython::platform {
 // The full file name of this library, or empty when it cannot be found.
 std::string own_library_file();
 
+// The full file name of the Python runtime library loaded in the process
+// (found from the address of one of its functions), or empty.
+std::string python_library_file();
+
+// Whether `path` names a file that this process may execute.
+bool is_executable_file(std::string const& path);
+
 // The signature of PySys_AddAuditHook.
 using add_audit_hook_function = int (*)(Py_AuditHookFunction hook, void* userData);
 

@@ -4,18 +4,30 @@
 #include "extension/platform.h"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
 
 namespace tesk::cpython::platform {
 
-std::string own_library_file() {
+namespace {
+// The file of the shared object (or program) that holds `address`.
+std::string file_holding(void const* address) {
     Dl_info info{};
-    // Any address inside this library identifies it.
-    if (dladdr(reinterpret_cast<void const*>(&own_library_file), &info) == 0 || info.dli_fname == nullptr)
-        return {};
+    if (dladdr(address, &info) == 0 || info.dli_fname == nullptr) return {};
     return info.dli_fname;
+}
+} // namespace
+
+// Any address inside a library identifies it.
+std::string own_library_file() { return file_holding(reinterpret_cast<void const*>(&own_library_file)); }
+std::string python_library_file() { return file_holding(reinterpret_cast<void const*>(&Py_IsInitialized)); }
+
+bool is_executable_file(std::string const& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && access(path.c_str(), X_OK) == 0;
 }
 
 add_audit_hook_function find_add_audit_hook() {

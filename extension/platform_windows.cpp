@@ -10,14 +10,25 @@
 
 namespace tesk::cpython::platform {
 
-std::string own_library_file() {
+namespace {
+// The file of the module (DLL or program) that holds `address`.
+std::string file_holding(void const* address) {
     HMODULE module = nullptr;
     DWORD const flags = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
-    if (!GetModuleHandleExA(flags, reinterpret_cast<LPCSTR>(&own_library_file), &module)) return {};
+    if (!GetModuleHandleExA(flags, reinterpret_cast<LPCSTR>(address), &module)) return {};
     char buffer[MAX_PATH];
     DWORD size = GetModuleFileNameA(module, buffer, MAX_PATH);
     if (size == 0 || size >= MAX_PATH) return {};
     return std::string(buffer, size);
+}
+} // namespace
+
+std::string own_library_file() { return file_holding(reinterpret_cast<void const*>(&own_library_file)); }
+std::string python_library_file() { return file_holding(reinterpret_cast<void const*>(&Py_IsInitialized)); }
+
+bool is_executable_file(std::string const& path) {
+    DWORD attributes = GetFileAttributesA(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
 }
 
 add_audit_hook_function find_add_audit_hook() {

@@ -4,6 +4,7 @@
 #include "extension/audit_hook.h"
 #include "extension/module_importer.h"
 #include "extension/platform.h"
+#include "extension/python_executable.h"
 #include "python/python_ref.h"
 #include "extension/sys_path.h"
 #include "language/language.h"
@@ -22,6 +23,7 @@ void start_own_interpreter() {
     if (auto add_audit_hook = platform::find_add_audit_hook()) add_audit_hook(&audit_hook, nullptr);
     // No signal handlers: the host owns the process's signals.
     Py_InitializeEx(0);
+    publish_python_executable();
     // The paths queued while no interpreter ran, in the order they came.
     for (String const& path : take_pending_sys_paths()) (void)cpython_add_sys_path(path);
     // From here on every entry takes the lock with PyGILState_Ensure, this

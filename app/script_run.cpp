@@ -1,0 +1,92 @@
+#include "app/script_run.h"
+
+#include "app/evaluation.h"
+#include "app/report.h"
+
+namespace brimora {
+namespace {
+
+// Runs as a statement block with the locals tesk_script (the path, "-" for
+// standard input) and tesk_arguments. The script itself runs with exec in
+// the namespace of __main__, so the runner's own names never reach it, and
+// its traceback starts below the runner's frame, as in python3.
+constexpr char const* runner = R"(import os, sys
+
+namespace = sys.modules["__main__"].__dict__
+host_builtins = namespace.get("__builtins__")
+namespace.clear()
+namespace.update(__name__="__main__", __doc__=None, __package__=None, __loader__=None,
+                 __spec__=None, __cached__=None, __annotations__={}, __builtins__=host_builtins)
+if tesk_script == "-":
+    source, filename = sys.stdin.buffer.read(), "<stdin>"
+    sys.path.insert(0, "")
+else:
+    try:
+        with open(tesk_script, "rb") as script_file:
+            source = script_file.read()
+    except OSError as error:
+        print(f"brimora: can't open file {os.path.abspath(tesk_script)!r}: [Errno {error.errno}] {error.strerror}",
+              file=sys.stderr)
+        return 2
+    filename = tesk_script
+    namespace["__file__"] = tesk_script
+    sys.path.insert(0, os.path.dirname(os.path.realpath(tesk_script)))
+sys.argv = [tesk_script, *tesk_arguments]
+
+def exit_status(code):
+    # What python3 makes of SystemExit's code.
+    if code is None:
+        return 0
+    if isinstance(code, int):
+        return code
+    try:
+        print(code, file=sys.stderr)
+    except Exception:
+        pass
+    return 1
+
+try:
+    try:
+        code = compile(source, filename, "exec")
+    except SyntaxError as error:
+        error.__traceback__ = None
+        sys.excepthook(type(error), error, None)
+        return 1
+    exec(code, namespace)
+except SystemExit as error:
+    return exit_status(error.code)
+except BaseException as error:
+    # The traceback printer reads the exception's own traceback.
+    error.__traceback__ = error.__traceback__.tb_next
+    sys.excepthook(type(error), error, error.__traceback__)
+    return 1
+finally:
+    for stream in (sys.stdout, sys.stderr):
+        try:
+            stream.flush()
+        except Exception:
+            pass
+return 0
+)";
+
+} // namespace
+
+int run_script(tesk::Class_Generic const& language, ScriptRun const& run) {
+    // A tuple: it reaches Python as a tuple of str.
+    std::vector<tesk::Any> arguments;
+    for (std::string const& argument : run.arguments) arguments.push_back(tesk::String(argument));
+    tesk::HashMap locals;
+    locals.set(tesk::String("tesk_script"), tesk::String(run.file));
+    locals.set(tesk::String("tesk_arguments"), tesk::Tuple(std::move(arguments)));
+    // The runner's own frame sits below the script's on the stack: like the
+    // bottom frame of python3, its module is __main__.
+    tesk::HashMap globals;
+    globals.set(tesk::String("__name__"), tesk::String("__main__"));
+    tesk::EvaluationScope scope(tesk::Any(), locals, globals, tesk::Any());
+    tesk::Any status = evaluate_block(language, tesk::String(runner), scope);
+    if (status.isError()) return report_error(status.error());
+    if (auto code = tesk::Integer::cast(status)) return static_cast<int>(code.value().value());
+    return 1;
+}
+
+} // namespace brimora
