@@ -14,7 +14,7 @@ Result<Any> resolve_python_name(String const& /*name*/) { return Error("Not avai
 Result<String> python_value_to_code(Any const& value) {
     return host_entry([&]() -> Any {
         if (is_python_object(value)) {
-            ensure_interpreter();
+            if (Any failure = ensure_interpreter(); failure.isError()) return failure;
             gil_guard gil;
             if (PyObject* object = get_pyobj(value)) {
                 PyObjectPtr repr = PyObjectPtr::steal(PyObject_Repr(object));
