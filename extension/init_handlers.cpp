@@ -34,6 +34,7 @@ struct load_time_registration {
         add_init_handler(5, &guarded<&register_evaluate>);
         add_init_handler(5, &guarded<&register_evaluate_expr>);
         add_init_handler(4, &guarded<&register_cpython_doc>);
+        add_init_handler(5, &guarded<&register_evaluation_controls>);
         // Level 2, in this order, once these classes exist: CPythonModule,
         // then CPythonFunction, CPythonProxyMapping, CPythonProxySequence,
         // CPythonProxySet, CPythonProxyIterable, CPythonProxyIterator (one

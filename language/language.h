@@ -23,6 +23,8 @@ void register_cpython_add_sys_path();
 void register_evaluate();
 void register_evaluate_expr();
 void register_cpython_doc();
+// interrupt, evaluation_thread, set_time_limit, set_code_cache_size, finish.
+void register_evaluation_controls();
 // Builds the members' descriptions; called while the library loads.
 void describe_cpython_module();
 
