@@ -32,6 +32,7 @@ struct Invocation {
     std::vector<NamedValue> globals;
     std::vector<NamedValue> outLocals;    // blocks only
     std::optional<std::string> extension; // the extension library to load instead of the default
+    std::optional<double> timeout;        // seconds the code may run
 };
 
 struct HelpRequest {};
