@@ -3,6 +3,8 @@
 #include "app/value_text.h"
 
 #include <array>
+#include <cmath>
+#include <cstdlib>
 
 namespace brimora {
 namespace {
@@ -50,6 +52,7 @@ Options:
                        ending or signalling the process and atexit handlers
   --extension PATH     the Python extension library to load (default:
                        libbrimora_python.so beside this program)
+  --timeout SECONDS    stop the code after SECONDS (a number above 0)
   -h, --help           print this help
   --                   what follows is code, even when it starts with '-'
 
@@ -61,8 +64,13 @@ Output: the value in Python notation on standard output. A failure prints
 `error: MESSAGE` (and the line and column of the code, when known) on
 standard error.
 
-Exit status: 0 on success, 1 when the evaluation or the start-up fails,
-2 when the command line is wrong; for run, the script's own status.
+Ctrl-C stops the running code: `interrupted` on standard error, exit
+status 130. Before it exits, brimora waits for the code's non-daemon
+threads and runs its atexit handlers, as python3 does.
+
+Exit status: 0 on success, 1 when the evaluation, the start-up, reading the
+code or writing the output fails, 2 when the command line is wrong, 130
+after Ctrl-C; for run, the script's own status.
 
 Examples:
   brimora expr "[x * x for x in range(5)]"
@@ -142,19 +150,20 @@ private:
     using Outcome = std::optional<UsageError>;
 
     // The options that take a value.
-    enum class Target { locals, globals, outLocals, codeFile, extension };
+    enum class Target { locals, globals, outLocals, codeFile, extension, timeout };
     struct Option {
         std::string_view longName;
         std::string_view shortName;
         std::string_view valueName;
         Target target;
     };
-    static constexpr std::array<Option, 5> options{{
+    static constexpr std::array<Option, 6> options{{
         {"--local", "", "NAME=VALUE", Target::locals},
         {"--global", "", "NAME=VALUE", Target::globals},
         {"--out", "", "NAME=VALUE", Target::outLocals},
         {"--file", "-f", "FILE", Target::codeFile},
         {"--extension", "", "PATH", Target::extension},
+        {"--timeout", "", "SECONDS", Target::timeout},
     }};
 
     Outcome apply(Option const& option, std::string_view name, std::string_view value) {
@@ -164,6 +173,7 @@ private:
         case Target::outLocals: return append_to(invocation_.outLocals, name, value);
         case Target::codeFile: return set_once(invocation_.codeFile, name, value);
         case Target::extension: return set_once(invocation_.extension, name, value);
+        case Target::timeout: return set_timeout(name, value);
         }
         return {};
     }
@@ -178,6 +188,17 @@ private:
     static Outcome set_once(std::optional<std::string>& slot, std::string_view name, std::string_view value) {
         if (slot) return UsageError{"option " + std::string(name) + " given twice"};
         slot = std::string(value);
+        return {};
+    }
+
+    Outcome set_timeout(std::string_view name, std::string_view value) {
+        if (invocation_.timeout) return UsageError{"option " + std::string(name) + " given twice"};
+        std::string const text(value);
+        char* end = nullptr;
+        double const seconds = std::strtod(text.c_str(), &end);
+        if (text.empty() || end != text.c_str() + text.size() || !(seconds > 0) || !std::isfinite(seconds))
+            return UsageError{std::string(name) + " needs a number of seconds above 0, got '" + text + "'"};
+        invocation_.timeout = seconds;
         return {};
     }
 

@@ -33,6 +33,7 @@ struct Invocation {
     std::vector<NamedValue> globals;
     std::vector<NamedValue> outLocals;    // blocks only
     std::optional<std::string> extension; // the extension library to load instead of the default
+    std::optional<double> timeout;        // seconds the code may run
 };
 
 // A Python script run the way python3 runs it: `brimora run FILE [ARGS...]`.

@@ -79,6 +79,25 @@ tesk::Any evaluate_block(tesk::Class_Generic const& language, tesk::String const
     return call_language(language, tesk::I_Language::$evaluate, {code, scope});
 }
 
+tesk::Any call_language_function(tesk::String const& name, std::initializer_list<tesk::Any> arguments) {
+    auto module = tesk::find_module(language_module);
+    if (!module) return not_available("the extension registered no module tesk.cpython");
+    for (auto const& [member, callable] : module.value().callables())
+        if (member == name) return tesk::internal::result_unwrap_lazy(callable(arguments));
+    return not_available(("the module tesk.cpython has no function " + name.toUtf8()).c_str());
+}
+
+tesk::Any set_time_limit(double seconds) { return call_language_function("set_time_limit", {tesk::Float(seconds)}); }
+
+tesk::Any evaluation_thread() { return call_language_function("evaluation_thread", {}); }
+
+bool stop_evaluation(tesk::Any const& thread) {
+    tesk::Any stopped = call_language_function("interrupt", {thread});
+    return stopped.is<tesk::Boolean>() && tesk::Boolean::unsafe(stopped).value();
+}
+
+tesk::Any finish_python_work() { return call_language_function("finish", {}); }
+
 tesk::String to_code(tesk::Class_Generic const& language, tesk::Any const& value) {
     tesk::Any code = call_language(language, tesk::I_Language::$toCode, {value});
     if (code.is<tesk::String>()) return tesk::String::unsafe(code);

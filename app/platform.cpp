@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -42,8 +43,10 @@ std::string executable_directory() { return running_program().parent_path().stri
 
 tesk::Any read_all_bytes(std::string const& path) {
     if (path == "-") {
+        errno = 0;
         std::string bytes = read_stream(std::cin);
-        if (std::cin.bad()) return unreadable("standard input", errno);
+        // A closed or unreadable standard input is an error, not empty code.
+        if (std::cin.bad() || std::ferror(stdin) != 0) return unreadable("standard input", errno != 0 ? errno : EIO);
         return bytes_as_string(bytes);
     }
     std::error_code ec;

@@ -2,6 +2,9 @@
 
 #include "app/evaluation.h"
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <iostream>
 
 namespace brimora {
@@ -25,6 +28,16 @@ int report_result(tesk::Class_Generic const& language, tesk::Any const& result, 
             std::cout << tesk::display(name).asChars() << " = " << to_code(language, value).asChars() << '\n';
     }
     return 0;
+}
+
+tesk::Any flush_output() {
+    errno = 0;
+    std::cout.flush();
+    bool const failed = std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || !std::cout;
+    if (!failed) return tesk::None();
+    int const reason = errno;
+    return tesk::Error(tesk::String("Cannot write the output: {}.")
+                           .arg(tesk::String(reason != 0 ? std::strerror(reason) : "write error")));
 }
 
 } // namespace brimora

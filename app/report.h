@@ -15,4 +15,8 @@ int report_error(tesk::Error const& error);
 // exit status of a success, 0.
 int report_result(tesk::Class_Generic const& language, tesk::Any const& result, tesk::EvaluationScope const& scope);
 
+// Writes out what standard output still buffers; an Error naming the reason
+// when the output could not be written (a full disk, a closed stream).
+tesk::Any flush_output();
+
 } // namespace brimora

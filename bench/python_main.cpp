@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
     brimora_extension_init();
     brimora_extension_bind_api(nullptr);
     tesk::run_init_handlers();
-    tesk::cpython::ensure_interpreter();
+    (void)tesk::cpython::ensure_interpreter();
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

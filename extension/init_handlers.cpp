@@ -37,6 +37,7 @@ struct load_time_registration {
         add_init_handler(5, &guarded<&register_evaluate_expr>);
         add_init_handler(4, &guarded<&register_cpython_doc>);
         add_init_handler(5, &guarded<&register_cpython_set_sandbox_level>);
+        add_init_handler(5, &guarded<&register_evaluation_controls>);
         // Level 2, in this order, once these classes exist: CPythonModule,
         // then CPythonFunction, CPythonProxyMapping, CPythonProxySequence,
         // CPythonProxySet, CPythonProxyIterable, CPythonProxyIterator (one

@@ -31,7 +31,9 @@ root.addHandler(TeskLogHandler())
 } // namespace
 
 void install_logging_bridge() {
-    ensure_interpreter();
+    // A failed start is not reported here: every entry that needs the
+    // interpreter returns it.
+    if (ensure_interpreter().isError()) return;
     // A failure (a Python without logging) only leaves Python's records
     // where Python puts them; the host's start-up goes on.
     (void)evaluate_statements(bridge_script);

@@ -1,6 +1,7 @@
 // The meta-path importer of host modules.
 #include "extension/module_importer.h"
 
+#include "python/exec_code.h"
 #include "python/slot_guard.h"
 #include "to_python/python_dict.h"
 #include "from_python/errors.h"
@@ -82,16 +83,6 @@ bool listable_property(String const& name) { return !name.isEmpty() && name.asCh
 
 } // namespace
 
-PyObject* exec_code(char const* code, PyObject* globals, PyObject* locals) {
-    PyObject* builtins = PyEval_GetBuiltins();
-    if (builtins == nullptr) return nullptr;
-    PyObject* exec = PyDict_GetItemString(builtins, "exec");
-    if (exec == nullptr) return nullptr;
-    PyObjectPtr arguments = PyObjectPtr::steal(Py_BuildValue("(sOO)", code, globals, locals));
-    if (!arguments) return nullptr;
-    return PyObject_CallObject(exec, arguments.get());
-}
-
 void install_module_importer() {
     gil_guard gil;
     PyObjectPtr globals = PyObjectPtr::steal(PyDict_New());
@@ -101,7 +92,7 @@ void install_module_importer() {
     if (globals && hasModule && createModule &&
         PyDict_SetItemString(globals.get(), "_tesk_has_module", hasModule.get()) == 0 &&
         PyDict_SetItemString(globals.get(), "_tesk_create_module", createModule.get()) == 0) {
-        PyObjectPtr result = PyObjectPtr::steal(exec_code(importer_script, globals.get(), globals.get()));
+        PyObjectPtr result = exec_code(importer_script, globals.get(), globals.get());
     }
     // Without the importer Python code cannot import host modules, but
     // everything else works; the failure must not stay pending for whatever

@@ -8,9 +8,6 @@
 
 namespace tesk::cpython {
 
-// Runs `code` with Python's exec in the given dictionaries; a new reference,
-// or null with a Python exception.
-PyObject* exec_code(char const* code, PyObject* globals, PyObject* locals);
 // Puts the importer at the front of sys.meta_path (once, by the start-up).
 void install_module_importer();
 // A new Python module holding the host module's callables, classes and

@@ -73,19 +73,19 @@ String message_of(PyObject* exception) {
     return String(std::string(Py_TYPE(exception)->tp_name) + ": <exception str() failed>");
 }
 
-// Evaluated code is compiled under this file name.
+// Syntax errors in evaluated code name this file.
 constexpr char const* evaluated_file = "<string>";
 
-// The line of the innermost traceback entry that runs evaluated code. Frames
-// of other files (a library function that raised) say nothing about where
-// in the caller's code the error happened.
-std::optional<std::int64_t> innermost_evaluated_line(PyObject* exception) {
-    std::optional<std::int64_t> line;
+// The line of the innermost traceback entry that runs evaluated code (code
+// objects of the file `codeFile`). Frames of other files (a library function
+// that raised) say nothing about where in the caller's code the error happened.
+std::optional<long long> innermost_evaluated_line(PyObject* exception, char const* codeFile) {
+    std::optional<long long> line;
     PyObjectPtr entry = PyObjectPtr::steal(PyException_GetTraceback(exception));
     while (entry && entry.get() != Py_None) {
         PyObjectPtr frame = PyObjectPtr::steal(PyObject_GetAttrString(entry.get(), "tb_frame"));
         PyObjectPtr code = frame ? PyObjectPtr::steal(PyObject_GetAttrString(frame.get(), "f_code")) : PyObjectPtr();
-        if (code && has_text_attribute(code.get(), "co_filename", evaluated_file)) {
+        if (code && has_text_attribute(code.get(), "co_filename", codeFile)) {
             if (auto number = integer_attribute(entry.get(), "tb_lineno")) line = number;
         }
         entry = PyObjectPtr::steal(PyObject_GetAttrString(entry.get(), "tb_next"));
@@ -160,7 +160,7 @@ Class_Generic host_error_class_for(PyObject* exceptionType) {
     return Error::getClass();
 }
 
-Error evaluation_error_from_python(int lineCorrection, int columnCorrection, int lastLine) {
+Error evaluation_error_from_python(int lineCorrection, int columnCorrection, int lastLine, char const* codeFile) {
     gil_guard gil;
     if (PyErr_Occurred() == nullptr) return Error::unknown();
     PyObjectPtr exception = PyObjectPtr::steal(PyErr_GetRaisedException());
@@ -183,11 +183,11 @@ Error evaluation_error_from_python(int lineCorrection, int columnCorrection, int
     std::optional<std::int64_t> length;
     if (line && offset && endLine && endOffset && *line == *endLine && *endOffset >= *offset)
         length = *endOffset - *offset;
-    if (!line) line = innermost_evaluated_line(exception.get());
+    if (!line) line = innermost_evaluated_line(exception.get(), codeFile);
 
     if (line) *line += lineCorrection;
     if (offset) *offset += columnCorrection;
-    if (line && lastLine > 0 && *line > lastLine) line.reset();
+    if (line && lastLine > 0 && *line > lastLine) line = lastLine;
     Union<Integer, None> const lineValue = position(line);
     Union<Integer, None> const columnValue = position(offset);
     if (!lineValue.has_value() && !columnValue.has_value()) return base;

@@ -14,9 +14,12 @@ Union<Error, None> fetch_python_error();
 Error take_python_error(Error const& fallback);
 // After a failed evaluation: the pending exception as an Error, or an
 // EvaluationError with corrected positions; Error::unknown() when nothing is pending.
-// A corrected line past `lastLine` (when it is above 0) lies in code that the
-// evaluation generated around the caller's, and is dropped.
-Error evaluation_error_from_python(int lineCorrection, int columnCorrection, int lastLine = 0);
+// A corrected line past `lastLine` (when it is above 0) is reported as
+// `lastLine`: Python places some errors just after the end of the code (an
+// unfinished block). Runtime errors take their line from the innermost
+// traceback entry of code compiled under the file name `codeFile`.
+Error evaluation_error_from_python(int lineCorrection, int columnCorrection, int lastLine = 0,
+                                   char const* codeFile = "<string>");
 // An exception instance as a host error value.
 Any error_from_exception(PyObject* exception);
 // The host error class that stands for a Python exception type.

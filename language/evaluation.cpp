@@ -1,6 +1,8 @@
-// Running Python code for the host: a statement block as the body of a
-// generated function, or a single expression, in fresh dictionaries filled
-// from the host's modules and the caller's scope.
+// Running Python code for the host: a statement block as the body of the
+// function `tesk_outer`, or a single expression, compiled once (code_cache)
+// and run in fresh globals filled from the host's modules and the caller's
+// scope. Out-locals are declared `global` in the function and copied back
+// from the globals after it returned.
 #include "language/evaluation.h"
 
 #include "python/host_entry.h"
@@ -8,11 +10,11 @@
 #include "extension/startup.h"
 #include "from_python/from_python.h"
 #include "from_python/errors.h"
+#include "language/code_cache.h"
+#include "language/evaluation_control.h"
 #include "to_python/to_python.h"
 
 #include <memory>
-#include <mutex>
-#include <span>
 #include <vector>
 
 namespace tesk::cpython {
@@ -75,23 +77,6 @@ Any populate_globals(PyObject* globals, Union<I_Map<String, Any>, None> const& c
     return None();
 }
 
-// Calls the builtin `exec` or `eval` with the source text and the two
-// dictionaries; null with the Python exception (or with nothing pending when
-// the builtin is missing).
-PyObjectPtr run_builtin(char const* builtin, std::string_view source, PyObject* globals, PyObject* locals) {
-    PyObject* builtins = PyEval_GetBuiltins();
-    PyObject* function = builtins != nullptr ? PyDict_GetItemString(builtins, builtin) : nullptr;
-    if (function == nullptr) return {};
-    // Sized: a NUL inside the code reaches Python, which reports it, instead
-    // of silently cutting the code short.
-    PyObjectPtr text = PyObjectPtr::steal(
-        PyUnicode_DecodeUTF8(source.data(), static_cast<Py_ssize_t>(source.size()), nullptr));
-    if (!text) return {};
-    PyObjectPtr arguments = PyObjectPtr::steal(PyTuple_Pack(3, text.get(), globals, locals));
-    if (!arguments) return {};
-    return PyObjectPtr::steal(PyObject_CallObject(function, arguments.get()));
-}
-
 Error invalid_code() { return Error("The code is not valid UTF-8 text."); }
 
 // Whether `name` can stand in the generated `global` and write-back lines.
@@ -111,75 +96,6 @@ bool is_python_identifier(String const& name) {
     return !reserved;
 }
 
-// Where the store callables of one evaluation put what they receive. Shared
-// with the callables, which Python code may keep beyond the evaluation
-// (through frame introspection); once the evaluation has finished, the slot
-// is closed and they change nothing.
-struct evaluation_slot {
-    spinlock lock;
-    bool open = true;
-    Any result;
-    Union<I_MutableMap<String, Any>, None> outLocals;
-
-    // The stored result; afterwards the callables are refused.
-    Any close() {
-        Any taken;
-        Any map;
-        {
-            std::lock_guard<spinlock> guard(lock);
-            open = false;
-            taken.swap(result);
-            map.swap(outLocals);
-        }
-        // `map` is dropped here, outside the lock: dropping a host object can
-        // run its finaliser, which may need the interpreter lock.
-        return taken;
-    }
-};
-
-Error finished_evaluation(char const* callable) {
-    return Error(String("{} was called after its evaluation had finished.").arg(callable));
-}
-
-Any make_store_result(std::shared_ptr<evaluation_slot> const& slot) {
-    auto store = [slot](std::span<Any const> args) -> Any {
-        if (args.size() != 1) return internal::arity_error(1, args.size());
-        Any previous = args[0];
-        {
-            std::lock_guard<spinlock> guard(slot->lock);
-            if (!slot->open) return finished_evaluation("tesk_store_result");
-            slot->result.swap(previous);
-        }
-        return None();
-    };
-    return internal::make_function_callable(store, internal::make_signature(Type::none(), {Type::untyped()}),
-                                            "tesk_store_result");
-}
-
-Any make_store_local(std::shared_ptr<evaluation_slot> const& slot) {
-    auto store = [slot](std::span<Any const> args) -> Any {
-        if (args.size() != 2) return internal::arity_error(2, args.size());
-        auto name = String::cast(args[0]);
-        if (!name) return BadArgument("String", args[0]);
-        Union<I_MutableMap<String, Any>, None> map;
-        {
-            std::lock_guard<spinlock> guard(slot->lock);
-            if (!slot->open) return finished_evaluation("tesk_store_local");
-            map = slot->outLocals;
-        }
-        // The map's own store runs outside the slot's lock: a map that is a
-        // proxy of a Python object takes the interpreter lock.
-        return host_entry([&]() -> Any {
-            // A refused value (one that does not fit the map's value type)
-            // is reported, so that the evaluation fails instead of silently
-            // keeping the old value.
-            return map.value().setChecked(name.value(), args[1]);
-        });
-    };
-    return internal::make_function_callable(
-        store, internal::make_signature(Type::none(), {String::getClass(), Type::untyped()}), "tesk_store_local");
-}
-
 // The out-local names, in the map's order; an Error for a name that cannot
 // be written as a Python variable.
 Any out_local_names(Union<I_MutableMap<String, Any>, None> const& outLocals, std::vector<String>& names) {
@@ -197,80 +113,122 @@ Any out_local_names(Union<I_MutableMap<String, Any>, None> const& outLocals, std
     return None();
 }
 
-// The body of the generated function: every line of the code, indented by
-// one tab. Only line feeds end a line, so the lines of a CRLF text keep their
-// carriage return, which Python reads as part of the line ending.
-void append_block(string_builder& program, std::vector<String> const& lines) {
-    bool blank = true;
-    for (String const& line : lines) {
-        program << '\t' << line << '\n';
-        if (!line.trimmed().isEmpty()) blank = false;
+// The caller's code as a positioned error at its last line: for failures
+// after the code has run, which belong to no line of it.
+Error at_last_line(Error const& base, compiled_code const& compiled) {
+    if (EvaluationError::test(base) || compiled.lineCount <= 0) return base;
+    EvaluationError error(base.message(), None(), Integer(compiled.lineCount), None(), None());
+    error.setStack(base.stack());
+    error.setValue(base.value());
+    return error;
+}
+
+Error evaluation_error(compiled_code const* compiled) {
+    if (compiled == nullptr) return evaluation_error_from_python(0, 0, 0, syntax_error_file);
+    return evaluation_error_from_python(0, 0, compiled->lineCount, compiled->file.c_str());
+}
+
+// Copies the final value of every out-local from the evaluation globals
+// back into the caller's map, in the map's order.
+Any write_back(PyObject* globals, std::vector<String> const& names, I_MutableMap<String, Any> const& outLocals,
+               compiled_code const& compiled) {
+    for (String const& name : names) {
+        std::string_view text = name.asChars();
+        PyObjectPtr key =
+            PyObjectPtr::steal(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), nullptr));
+        PyObject* value = key ? PyDict_GetItemWithError(globals, key.get()) : nullptr;
+        if (value == nullptr) {
+            // A name the code deleted: the error Python gives for it.
+            if (key && !PyErr_Occurred()) PyErr_Format(PyExc_NameError, "name '%U' is not defined", key.get());
+            return at_last_line(evaluation_error(&compiled), compiled);
+        }
+        Any converted = from_python(value);
+        if (converted.isError()) return at_last_line(converted.error(), compiled);
+        // A value the map refuses (one that does not fit its value type)
+        // fails the evaluation instead of silently keeping the old value.
+        Any stored = outLocals.setChecked(name, converted);
+        if (stored.isError()) return at_last_line(stored.error(), compiled);
     }
-    // A function needs a body: an empty block returns None, as Python's own
-    // exec of empty code does. Added after the code, so no position moves.
-    if (blank) program << "\tpass\n"sv;
+    return None();
+}
+
+// Fresh evaluation globals: the builtins (as exec would add them), then the
+// scope (see populate_globals).
+PyObjectPtr evaluation_globals(Any& failure, Union<I_Map<String, Any>, None> const& globals,
+                               Union<I_MutableMap<String, Any>, None> const& outLocals,
+                               Union<I_Map<String, Any>, None> const& locals) {
+    PyObjectPtr dict = PyObjectPtr::steal(PyDict_New());
+    if (!dict || PyDict_SetItemString(dict.get(), "__builtins__", PyEval_GetBuiltins()) < 0) {
+        failure = evaluation_error(nullptr);
+        return {};
+    }
+    failure = populate_globals(dict.get(), globals, outLocals, locals);
+    if (failure.isError()) return {};
+    return dict;
+}
+
+// Runs compiled code under the evaluation's stop controls: the value, or
+// the Error that ended it.
+template <class Run> Any run_controlled(compiled_code const& compiled, Run&& run, PyObjectPtr& value) {
+    running_evaluation running;
+    value = run();
+    if (auto stopped = running.stopped()) {
+        value = PyObjectPtr();
+        return stopped.value();
+    }
+    if (!value) return evaluation_error(&compiled);
+    return None();
 }
 
 Any evaluate_method(Any const& self, String const& code, Union<I_Map<String, Any>, None> const& locals,
                     Union<I_Map<String, Any>, None> const& globals,
                     Union<I_MutableMap<String, Any>, None> const& outLocals) {
     if (!code.isValidUtf8()) return invalid_code();
-    ensure_interpreter();
+    if (Any failure = ensure_interpreter(); failure.isError()) return failure;
     gil_guard gil;
 
     std::vector<String> names;
     if (Any failure = out_local_names(outLocals, names); failure.isError()) return failure;
-
-    PyObjectPtr evalGlobals = PyObjectPtr::steal(PyDict_New());
-    PyObjectPtr evalLocals = PyObjectPtr::steal(PyDict_New());
-    if (!evalGlobals || !evalLocals) return evaluation_error_from_python(0, 0);
-    if (Any failure = populate_globals(evalGlobals.get(), globals, outLocals, locals); failure.isError())
-        return failure;
-
-    // The generated program. Positions that Python reports are shifted back
-    // into the caller's code: one line for the `def`, one per `global` line,
-    // and one column for the indenting tab.
-    int lineCorrection = -1;
-    string_builder program;
-    program << "def tesk_outer():\n"sv;
-    for (String const& name : names) {
-        program << "\tglobal "sv << name << '\n';
-        --lineCorrection;
-    }
-    std::vector<String> const lines = code.split('\n');
-    append_block(program, lines);
-    program << "tesk_store_result( tesk_outer() )\n"sv;
-    for (String const& name : names) program << "tesk_store_local('"sv << name << "',"sv << name << ")\n"sv;
-
-    auto slot = std::make_shared<evaluation_slot>();
-    slot->outLocals = outLocals;
-    bool const stored = (!outLocals.has_value() ||
-                         set_converted_item(evalLocals.get(), "tesk_store_local", make_store_local(slot))) &&
-                        set_converted_item(evalLocals.get(), "tesk_store_result", make_store_result(slot));
-    if (!stored) {
-        (void)slot->close();
-        return Error("Unable to pass the result callables to Python.");
-    }
+    Any failure;
+    PyObjectPtr evalGlobals = evaluation_globals(failure, globals, outLocals, locals);
+    if (!evalGlobals) return failure;
     // After the scope maps, so that a map entry named "self" does not win.
     (void)set_converted_item(evalGlobals.get(), "self", self);
 
-    PyObjectPtr ran = run_builtin("exec", program.str(), evalGlobals.get(), evalLocals.get());
-    Any result = slot->close();
-    if (!ran) return evaluation_error_from_python(lineCorrection, -1, static_cast<int>(lines.size()));
+    std::shared_ptr<compiled_code const> compiled = cached_block(code, names);
+    if (!compiled) return evaluation_error(nullptr);
+    PyObjectPtr value;
+    Any ran = run_controlled(*compiled, [&] {
+        PyObjectPtr function = PyObjectPtr::steal(PyFunction_New(compiled->code.get(), evalGlobals.get()));
+        return function ? PyObjectPtr::steal(PyObject_CallNoArgs(function.get())) : PyObjectPtr();
+    }, value);
+    if (ran.isError()) return ran;
+    Any result = from_python(value.get());
+    if (outLocals.has_value()) {
+        if (Any written = write_back(evalGlobals.get(), names, outLocals.value(), *compiled); written.isError())
+            return written;
+    }
     return result;
 }
 
 Any evaluate_expression(String const& code, Union<I_Map<String, Any>, None> const& locals,
                         Union<I_Map<String, Any>, None> const& globals) {
     if (!code.isValidUtf8()) return invalid_code();
-    ensure_interpreter();
+    if (Any failure = ensure_interpreter(); failure.isError()) return failure;
     gil_guard gil;
-    PyObjectPtr evalGlobals = PyObjectPtr::steal(PyDict_New());
+    Any failure;
+    PyObjectPtr evalGlobals = evaluation_globals(failure, globals, None(), locals);
+    if (!evalGlobals) return failure;
     PyObjectPtr evalLocals = PyObjectPtr::steal(PyDict_New());
-    if (!evalGlobals || !evalLocals) return evaluation_error_from_python(0, 0);
-    if (Any failure = populate_globals(evalGlobals.get(), globals, None(), locals); failure.isError()) return failure;
-    PyObjectPtr value = run_builtin("eval", code.asChars(), evalGlobals.get(), evalLocals.get());
-    if (!value) return evaluation_error_from_python(0, 0);
+    if (!evalLocals) return evaluation_error(nullptr);
+
+    std::shared_ptr<compiled_code const> compiled = cached_expression(code);
+    if (!compiled) return evaluation_error(nullptr);
+    PyObjectPtr value;
+    Any ran = run_controlled(*compiled, [&] {
+        return PyObjectPtr::steal(PyEval_EvalCode(compiled->code.get(), evalGlobals.get(), evalLocals.get()));
+    }, value);
+    if (ran.isError()) return ran;
     return from_python(value.get());
 }
 

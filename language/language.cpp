@@ -2,8 +2,11 @@
 #include "language/language.h"
 
 #include "python/host_entry.h"
+#include "language/code_cache.h"
 #include "language/evaluation.h"
+#include "language/evaluation_control.h"
 #include "language/module_lookup.h"
+#include "language/python_exit.h"
 #include "language/registration.h"
 #include "language/sandbox_guard.h"
 
@@ -24,6 +27,17 @@ Result<String> set_sandbox_level_member(String const& level) {
     return sandbox_level_name(configured_sandbox_level.exchange(chosen));
 }
 
+// The stop controls and the code cache as module functions: the host reaches
+// them through its own dispatch, like the evaluations.
+bool interrupt_member(std::int64_t thread) { return interrupt_evaluation(thread); }
+std::int64_t evaluation_thread_member() { return evaluation_thread_id(); }
+void set_time_limit_member(double seconds) { set_evaluation_time_limit(seconds); }
+Result<Any> set_code_cache_size_member(std::int64_t entries) {
+    if (entries < 0) return Error(String("A code cache size cannot be negative: {}.").arg(entries));
+    set_code_cache_capacity(static_cast<std::size_t>(entries));
+    return None();
+}
+
 // The members of tesk.cpython, described while the library loads.
 struct cpython_module_members {
     module_function evaluate{cpython_module_name, "evaluate", make_closure(&evaluate_block), "code, scope",
@@ -36,6 +50,20 @@ struct cpython_module_members {
                                       "(also threads, tracing, frames, code objects, writable mappings, writes to "
                                       "inherited descriptors, ending or signalling the process, atexit, and modules "
                                       "with unaudited routes). Returns the previous level."};
+    module_function interrupt{cpython_module_name, "interrupt", make_closure(&interrupt_member), "thread",
+                              "Ends the evaluation that the host thread runs; false when it runs none."};
+    module_function evaluation_thread{cpython_module_name, "evaluation_thread",
+                                      make_closure(&evaluation_thread_member), "",
+                                      "The number of the calling host thread, for interrupt."};
+    module_function set_time_limit{cpython_module_name, "set_time_limit", make_closure(&set_time_limit_member),
+                                   "seconds",
+                                   "Limits the evaluations that the calling thread starts; 0 for no limit."};
+    module_function set_code_cache_size{cpython_module_name, "set_code_cache_size",
+                                        make_closure(&set_code_cache_size_member), "entries",
+                                        "How many distinct compiled codes are kept; 0 for none."};
+    module_function finish{cpython_module_name, "finish", make_closure(&finish_python_work), "",
+                           "Waits for non-daemon Python threads, runs the atexit handlers and flushes the "
+                           "standard streams, as Python does before it exits."};
     module_property doc{cpython_module_name, meta_property_untyped("$$doc"), String("Interface to Python language.")};
 };
 
@@ -163,6 +191,13 @@ void register_evaluate() { members().evaluate.register_now(); }
 void register_evaluate_expr() { members().evaluate_expr.register_now(); }
 void register_cpython_set_sandbox_level() { members().set_sandbox_level.register_now(); }
 void register_cpython_doc() { members().doc.register_now(); }
+void register_evaluation_controls() {
+    members().interrupt.register_now();
+    members().evaluation_thread.register_now();
+    members().set_time_limit.register_now();
+    members().set_code_cache_size.register_now();
+    members().finish.register_now();
+}
 
 void setup_python_module() {
     auto found = get_module("python");

@@ -28,6 +28,8 @@ void register_evaluate();
 void register_evaluate_expr();
 void register_cpython_doc();
 void register_cpython_set_sandbox_level();
+// interrupt, evaluation_thread, set_time_limit, set_code_cache_size, finish.
+void register_evaluation_controls();
 // Builds the members' descriptions; called while the library loads.
 void describe_cpython_module();
 

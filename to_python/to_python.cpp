@@ -55,9 +55,28 @@ PyObject* byte_array_to_python(ByteArray const& bytes) {
                                      static_cast<Py_ssize_t>(bytes.size()));
 }
 
+// How deep host tuples may nest to be converted: each level is a C++ frame,
+// and a host thread may have a small stack. Deeper values raise
+// RecursionError instead of overflowing it.
+constexpr int tuple_depth_limit = conversion_depth_limit;
+thread_local int tuple_depth = 0;
+
+struct tuple_depth_scope {
+    tuple_depth_scope() noexcept { ++tuple_depth; }
+    ~tuple_depth_scope() { --tuple_depth; }
+    tuple_depth_scope(tuple_depth_scope const&) = delete;
+    tuple_depth_scope& operator=(tuple_depth_scope const&) = delete;
+};
+
 // Null when an item fails: with that item's exception pending, or with none
 // when the item has no Python form (then neither has the tuple).
 PyObject* tuple_to_python(Tuple const& tuple) {
+    tuple_depth_scope depth;
+    if (tuple_depth > tuple_depth_limit) {
+        PyErr_Format(PyExc_RecursionError, "A host tuple nested deeper than %d levels has no Python form.",
+                     tuple_depth_limit);
+        return nullptr;
+    }
     std::span<Any const> items = tuple.items();
     PyObjectPtr result = PyObjectPtr::steal(PyTuple_New(static_cast<Py_ssize_t>(items.size())));
     if (!result) return nullptr;

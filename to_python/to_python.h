@@ -7,6 +7,10 @@
 
 namespace tesk::cpython {
 
+// How deep host tuples may nest for a conversion (each level costs stack);
+// a deeper one raises RecursionError.
+inline constexpr int conversion_depth_limit = 200;
+
 // A new reference, or null: either a Python exception was raised (a host
 // Error becomes one) or the value has no Python form (no exception then).
 // Takes the interpreter lock itself.

@@ -18,14 +18,22 @@
 
 namespace tesk::internal {
 
+// Releases `values` (emptying it) without recursion: a container whose last
+// release releases containers, nested a million deep, must not need a
+// million stack frames. The outermost call on a thread releases everything
+// that the nested ones hand it, one value at a time.
+void release_without_recursion(std::vector<Any>& values) noexcept;
+
 struct object_value_list final : object_value {
     explicit object_value_list(Any element_type) noexcept;
+    ~object_value_list() override;
     std::vector<Any> items; // guarded by lock()
     Any element_type;       // a Type, or none for untyped elements; fixed at creation
 };
 
 struct object_value_tuple final : object_value {
     explicit object_value_tuple(std::vector<Any> items) noexcept;
+    ~object_value_tuple() override;
     std::vector<Any> const items;
 };
 
@@ -61,6 +69,7 @@ public:
     void erase(std::ptrdiff_t index, Any& key, Any& value);
     // Empties the table and hands over the entries.
     std::vector<entry> take_all() noexcept;
+    ~ordered_table();
 
     entry& at(std::ptrdiff_t index) noexcept { return entries_[static_cast<std::size_t>(index)]; }
     entry const& at(std::ptrdiff_t index) const noexcept { return entries_[static_cast<std::size_t>(index)]; }

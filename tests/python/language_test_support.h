@@ -24,6 +24,17 @@ inline Class_Generic language_class() {
     return Class_Generic::unsafe(Any());
 }
 
+// A function of the module tesk.cpython, called as the host calls it.
+inline Any call_cpython_function(char const* name, std::initializer_list<Any> args) {
+    auto module = find_module("tesk.cpython");
+    if (module) {
+        for (auto const& [member, callable] : module.value().callables())
+            if (member == name) return internal::result_unwrap_lazy(callable(args));
+    }
+    ADD_FAILURE() << "tesk.cpython has no function " << name;
+    return Any();
+}
+
 // A static member of the language class, found as the host finds it.
 inline I_Callable_Generic language_method(String const& name) {
     Class_Generic cls = language_class();

@@ -16,7 +16,7 @@ namespace tesk::cpython::testing {
 // calls the conversions inside an evaluation.
 class PythonTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() { ensure_interpreter(); }
+    static void SetUpTestSuite() { ASSERT_FALSE(ensure_interpreter().isError()); }
     void TearDown() override {
         // Whatever a test did, the conversions must not leave an error behind.
         EXPECT_EQ(PyErr_Occurred(), nullptr) << "a Python error was left pending";
