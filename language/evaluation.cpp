@@ -7,7 +7,7 @@
 
 #include "python/host_entry.h"
 #include "to_python/python_dict.h"
-#include "extension/startup.h"
+#include "python/interpreter_start.h"
 #include "from_python/from_python.h"
 #include "from_python/errors.h"
 #include "language/code_cache.h"

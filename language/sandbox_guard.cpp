@@ -1,7 +1,7 @@
 // The scope of a sandboxed evaluation.
 #include "language/sandbox_guard.h"
 
-#include "extension/startup.h"
+#include "python/interpreter_start.h"
 
 namespace tesk::cpython {
 
