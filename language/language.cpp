@@ -9,6 +9,7 @@
 #include "language/python_exit.h"
 #include "language/registration.h"
 #include "language/sandbox_guard.h"
+#include "python/interpreter_start.h"
 
 #include <optional>
 
@@ -173,14 +174,16 @@ Result<Any> evaluate_expression(String code, Union<EvaluationScope, None> scope)
 // path; it holds the interpreter lock throughout, so the evaluation's own
 // lock nests inside it.
 Result<Any> evaluate_block_in_sandbox(String code, Union<EvaluationScope, None> scope) {
-    return host_entry([&] {
+    return host_entry([&]() -> Any {
+        if (Any failure = ensure_interpreter(); failure.isError()) return failure;
         sandbox_guard guard;
         return run_block(code, scope);
     });
 }
 
 Result<Any> evaluate_expression_in_sandbox(String code, Union<EvaluationScope, None> scope) {
-    return host_entry([&] {
+    return host_entry([&]() -> Any {
+        if (Any failure = ensure_interpreter(); failure.isError()) return failure;
         sandbox_guard guard;
         return run_expression(code, scope);
     });

@@ -5,7 +5,9 @@
 
 namespace tesk::cpython {
 
-sandbox_guard::interpreter_started::interpreter_started() noexcept { ensure_interpreter(); }
+// Callers check the start's outcome first (the sandboxed evaluations do);
+// here it only makes sure the lock below has an interpreter to take.
+sandbox_guard::interpreter_started::interpreter_started() noexcept { (void)ensure_interpreter(); }
 
 sandbox_guard::sandbox_guard() noexcept : savedActive_(sandbox_active), savedLevel_(active_sandbox_level) {
     // A nested guard never loosens what an enclosing one set.
