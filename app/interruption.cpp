@@ -1,9 +1,16 @@
-// Ctrl-C: a thread waits for SIGINT with sigwait (no signal handler runs, so
-// it may call into the host) and asks the language to stop the evaluation.
+// Ctrl-C: the SIGINT handler writes a byte to a pipe (all that a handler may
+// safely do); a watcher thread reads it, outside any handler, and asks the
+// language to stop the evaluation. The signal is caught rather than blocked
+// for sigwait, because a blocked signal stays blocked in every program the
+// code starts (subprocess children would ignore Ctrl-C and
+// _thread.interrupt_main), while a caught one is reset by exec.
 #include "app/interruption.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include <atomic>
 #include <iostream>
@@ -14,11 +21,14 @@ namespace {
 
 std::atomic<bool> requested{false};
 
-sigset_t interrupt_set() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    return set;
+// Written by the handler, read by the watcher; both ends close on exec.
+int signal_pipe[2] = {-1, -1};
+
+extern "C" void note_interrupt(int) {
+    int const saved = errno;
+    char const byte = 1;
+    (void)!write(signal_pipe[1], &byte, 1);
+    errno = saved;
 }
 
 [[noreturn]] void end_now() {
@@ -30,18 +40,23 @@ sigset_t interrupt_set() {
 } // namespace
 
 void hold_interrupt_signal() {
-    sigset_t set = interrupt_set();
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    if (signal_pipe[0] >= 0 || pipe2(signal_pipe, O_CLOEXEC) != 0) return;
+    struct sigaction action {};
+    action.sa_handler = &note_interrupt;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
 }
 
 void on_interrupt(std::function<bool()> stop) {
     // Detached: it waits for a signal that may never come, and the process
     // ends without it.
     std::thread([stop = std::move(stop)] {
-        sigset_t set = interrupt_set();
         while (true) {
-            int signal = 0;
-            if (sigwait(&set, &signal) != 0) continue;
+            char byte = 0;
+            ssize_t got = read(signal_pipe[0], &byte, 1);
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) return; // no pipe: Ctrl-C keeps its default action
             if (requested.exchange(true)) end_now();
             if (!stop()) end_now();
         }

@@ -5,9 +5,10 @@
 
 namespace brimora {
 
-// Holds SIGINT back from this thread and from every thread started after
-// it (Python's included), so that only the watcher of on_interrupt sees it.
-// Call first, before any other thread exists.
+// Catches SIGINT from now on: the signal handler only notes it, and the
+// watcher of on_interrupt acts on it. A caught signal goes back to its
+// default action in programs that the code starts (exec resets it), and no
+// signal is blocked, so child processes see Ctrl-C as usual. Call first.
 void hold_interrupt_signal();
 
 // From now on, Ctrl-C calls `stop` on a thread of its own. When `stop`

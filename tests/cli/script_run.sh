@@ -78,6 +78,16 @@ run run "$WORK/child.py"
 expect_status 0
 expect_stdout_lines "True True" "broken pipe raised"
 
+# Children see Ctrl-C as usual: brimora blocks no signal that they inherit.
+cat >"$WORK/mask.py" <<'PY'
+import subprocess, sys
+print(subprocess.run([sys.executable, "-c", "import signal; print(signal.pthread_sigmask(signal.SIG_BLOCK, []))"],
+                     capture_output=True, text=True).stdout.strip())
+PY
+run run "$WORK/mask.py"
+expect_status 0
+expect_stdout_lines "set()"
+
 # The host may name another program.
 BRIMORA_PYTHON_EXECUTABLE=/opt/other/python run expr "(__import__('sys').executable, __import__('sys')._base_executable)"
 expect_status 0
