@@ -39,8 +39,23 @@ extern "C" void note_interrupt(int) {
 
 } // namespace
 
+namespace {
+// Moves a descriptor above the standard streams: with standard input or
+// output closed, the pipe would otherwise take their numbers, and the code
+// would read its input from the pipe.
+int above_standard_streams(int fd) {
+    if (fd > STDERR_FILENO) return fd;
+    int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(fd);
+    return moved;
+}
+} // namespace
+
 void hold_interrupt_signal() {
     if (signal_pipe[0] >= 0 || pipe2(signal_pipe, O_CLOEXEC) != 0) return;
+    signal_pipe[0] = above_standard_streams(signal_pipe[0]);
+    signal_pipe[1] = above_standard_streams(signal_pipe[1]);
+    if (signal_pipe[0] < 0 || signal_pipe[1] < 0) return;
     struct sigaction action {};
     action.sa_handler = &note_interrupt;
     sigemptyset(&action.sa_mask);
