@@ -108,4 +108,18 @@ inline position position_of(Any const& value) {
     return p;
 }
 
+// A map of `count` out-locals o0, o1, ... holding 0, 1, ...
+inline HashMap out_locals(int count) {
+    HashMap map;
+    for (int i = 0; i < count; ++i) (void)map.set(String("o" + std::to_string(i)), Integer(i));
+    return map;
+}
+
+// Evaluations whose scope has as many out-locals as the test parameter says:
+// positions and messages must not depend on them.
+class WithOutLocals : public ::testing::TestWithParam<int> {
+protected:
+    Any run(char const* code) { return evaluate(code, scope_of(Any(), Any(), out_locals(GetParam()))); }
+};
+
 } // namespace tesk::cpython::testing

@@ -5,18 +5,9 @@
 namespace tesk::cpython::testing {
 namespace {
 
-HashMap out_locals(int count) {
-    HashMap map;
-    for (int i = 0; i < count; ++i) (void)map.set(String("o" + std::to_string(i)), Integer(i));
-    return map;
-}
-
 // Error positions must not depend on how many lines the generated program
 // puts in front of the caller's code.
-class ErrorPositions : public ::testing::TestWithParam<int> {
-protected:
-    Any run(char const* code) { return evaluate(code, scope_of(Any(), Any(), out_locals(GetParam()))); }
-};
+class ErrorPositions : public WithOutLocals {};
 
 TEST_P(ErrorPositions, SyntaxErrorIsAtTheCallersLineAndColumn) {
     Any result = run("x = 1\ny = = 2\nreturn y");

@@ -5,12 +5,6 @@
 namespace tesk::cpython::testing {
 namespace {
 
-HashMap out_locals(int count) {
-    HashMap map;
-    for (int i = 0; i < count; ++i) (void)map.set(String("o" + std::to_string(i)), Integer(i));
-    return map;
-}
-
 TEST(EvaluationText, MultiLineLiteralsKeepTheirText) {
     EXPECT_EQ(string_of(evaluate("s = \"\"\"a\nb\n  c\"\"\"\nreturn s")), "a\nb\n  c");
     EXPECT_EQ(string_of(evaluate("s = '''\n\tx'''\nreturn s")), "\n\tx");
@@ -64,10 +58,7 @@ TEST(EvaluationText, NamesAndScopeWorkAsInAFunctionBody) {
 
 // Syntax errors on lines 1 and 2 are reported in the caller's lines, with
 // the caller's line text, whatever the number of out-locals.
-class SyntaxErrorText : public ::testing::TestWithParam<int> {
-protected:
-    Any run(char const* code) { return evaluate(code, scope_of(Any(), Any(), out_locals(GetParam()))); }
-};
+class SyntaxErrorText : public WithOutLocals {};
 
 TEST_P(SyntaxErrorText, FirstLine) {
     Any result = run("y = = 2\nreturn 1");
