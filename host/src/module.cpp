@@ -107,20 +107,17 @@ std::vector<std::pair<String, I_Callable_Generic>> Module::callables() const {
 }
 
 void Module::addClass(String const& name, Class_Generic const& cls) const {
-    internal::read_module(*this, [&](object_value_module& r) {
-        r.classes.set(name, cls);
-        return 0;
-    });
+    // The replaced entry is released after the module's lock.
+    auto displaced =
+        internal::read_module(*this, [&](object_value_module& r) { return r.classes.exchange(name, cls); });
     // And a read-only property of the module's own class, so that
     // `module.Class` reads it like any other member of the module.
     Property property(I_Callable_Generic::unsafe(internal::make_constant_callable(cls)), Any(), cls.doc());
     add_class_property_unsafe(Class_Generic::of(get()->class_value()), name, property);
 }
 void Module::addCallable(String const& name, I_Callable_Generic const& callable) const {
-    internal::read_module(*this, [&](object_value_module& r) {
-        r.callables.set(name, callable);
-        return 0;
-    });
+    auto displaced =
+        internal::read_module(*this, [&](object_value_module& r) { return r.callables.exchange(name, callable); });
 }
 
 std::vector<Module> modules() {

@@ -8,7 +8,13 @@
 #include <gtest/gtest.h>
 #include <tesk/tesk.h>
 
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
 #include <string>
+#include <thread>
 
 namespace tesk::cpython::testing {
 
@@ -74,5 +80,32 @@ inline std::string text_of(Any const& value) {
 inline std::string message_of(Any const& value) {
     return value.isError() ? value.error().message().toUtf8() : std::string("<not an Error>");
 }
+
+// Ends the process when a test has not finished within 60 s: a deadlock
+// would otherwise hang the suite instead of failing it.
+class Watchdog {
+public:
+    explicit Watchdog(char const* what) : thread_([this, what] {
+        std::unique_lock lock(mutex_);
+        if (!done_.wait_for(lock, std::chrono::seconds(60), [this] { return finished_; })) {
+            std::fprintf(stderr, "deadlock: %s\n", what);
+            std::_Exit(1);
+        }
+    }) {}
+    ~Watchdog() {
+        {
+            std::lock_guard lock(mutex_);
+            finished_ = true;
+        }
+        done_.notify_one();
+        thread_.join();
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable done_;
+    bool finished_ = false;
+    std::thread thread_;
+};
 
 } // namespace tesk::cpython::testing

@@ -26,33 +26,6 @@ I_Callable_Generic holding(PyObject* object, char const* tag) {
     return I_Callable_Generic::unsafe(c);
 }
 
-// Ends the process when the test does not finish in time: a deadlock never returns.
-class watchdog {
-public:
-    explicit watchdog(std::chrono::seconds limit)
-        : thread_([this, limit] {
-              std::unique_lock lock(mutex_);
-              if (!done_cv_.wait_for(lock, limit, [this] { return done_; })) {
-                  std::fprintf(stderr, "class edits deadlocked with the interpreter lock\n");
-                  std::abort();
-              }
-          }) {}
-    ~watchdog() {
-        {
-            std::lock_guard lock(mutex_);
-            done_ = true;
-        }
-        done_cv_.notify_all();
-        thread_.join();
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable done_cv_;
-    bool done_ = false;
-    std::thread thread_;
-};
-
 class ClassEditLocking : public PythonTest {};
 
 TEST_F(ClassEditLocking, ReplacedValueIsReleasedWhileAnotherThreadHoldsTheInterpreterLock) {
@@ -67,7 +40,7 @@ TEST_F(ClassEditLocking, ReplacedValueIsReleasedWhileAnotherThreadHoldsTheInterp
     add_class_method_unsafe(cls, String("m"), holding(payload.get(), "first"));
     EXPECT_EQ(Py_REFCNT(payload.get()), baseline + replacements + 1);
 
-    watchdog guard(std::chrono::seconds(60));
+    Watchdog guard("class edits with the interpreter lock held elsewhere");
     std::atomic<bool> started{false};
     std::atomic<int> replaced{0};
     // The editor holds no interpreter lock: each replacement releases the

@@ -58,33 +58,6 @@ TEST(LockRules, ANestedGuardUnderASpinlockDoesNotWait) {
     EXPECT_TRUE(PyGILState_Check());
 }
 
-// Ends the process when a test has not finished in time: a deadlock would
-// otherwise hang the suite instead of failing it.
-class Watchdog {
-public:
-    explicit Watchdog(char const* what) : thread_([this, what] {
-        std::unique_lock lock(mutex_);
-        if (!done_.wait_for(lock, std::chrono::seconds(60), [this] { return finished_; })) {
-            std::fprintf(stderr, "deadlock: %s\n", what);
-            std::_Exit(1);
-        }
-    }) {}
-    ~Watchdog() {
-        {
-            std::lock_guard lock(mutex_);
-            finished_ = true;
-        }
-        done_.notify_one();
-        thread_.join();
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable done_;
-    bool finished_ = false;
-    std::thread thread_;
-};
-
 TEST(LockRules, ADeferredValueIsAwaitedWithoutTheInterpreterLock) {
     // Thread A computes a deferred value, and the computation needs the
     // interpreter lock; meanwhile this thread, holding that lock, asks for
