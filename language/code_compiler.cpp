@@ -1,30 +1,39 @@
 // Compiling the caller's code exactly as written.
 //
 // A statement block runs as the body of the function `tesk_outer` (so that
-// `return` works and assigned names are local), but its text is never
-// re-indented: the block is parsed as a module, and its statements are moved
-// into the function through the syntax tree. Multi-line string literals,
-// backslash continuations, CR, CRLF and LF line ends therefore mean exactly
-// what they mean to python3, and every position the compiler or a traceback
-// reports is a position in the caller's text. This costs more per compilation
-// than wrapping the text (the tree crosses into Python objects and back),
-// which the code cache pays once per distinct code.
+// `return` works and assigned names are local), but what Python sees of it
+// is the caller's text: every position the compiler or a traceback reports
+// is a position in that text, and literals keep their exact content.
+//
+// Two ways get there. Most blocks are compiled as the text of the function
+// (the block indented by a tab under a `def` line), and the code's location
+// table is moved back onto the caller's lines and columns: as fast as a
+// plain compilation. Text for which indenting could change anything (string
+// literals across lines, continuations, unusual line ends; see
+// block_function_text) and any text that fails to compile take the exact
+// path: the block is parsed as a module and its statements are moved into
+// the function through the syntax tree, which costs about twice as much and
+// gives Python's own error for the caller's text.
 #include "language/code_compiler.h"
 
+#include "language/block_text.h"
+#include "language/code_locations.h"
+#include "language/line_cache.h"
 #include "python/exec_code.h"
+#include "python/python_name.h"
 #include "python/python_once.h"
 
+#include <algorithm>
 #include <atomic>
 
 namespace tesk::cpython {
 namespace {
 
-// The syntax-tree work, in Python. `compile_block` and `compile_expression`
-// return (code, line count) and register the text with linecache; they raise
-// SyntaxError with the caller's positions, under the file name "<string>".
+// The exact path, in Python. `compile_block` returns the code or raises
+// SyntaxError with the caller's positions, under the file name "<string>";
+// `as_user_error` gives an expression's SyntaxError the same form.
 constexpr char const* compiler_script = R"(
 import ast
-import linecache
 import re
 import types
 
@@ -32,13 +41,6 @@ _line_end = re.compile(r'\r\n|\r|\n')
 
 def _lines(source):
     return _line_end.split(source)
-
-def _without_bom(source):
-    return source[1:] if source.startswith('\ufeff') else source
-
-def _register(source, filename):
-    lines = [line + '\n' for line in _lines(source)]
-    linecache.cache[filename] = (len(source), None, lines, filename)
 
 def _as_user_error(error, source, first_line_shift=0):
     error.filename = '<string>'
@@ -62,8 +64,6 @@ def _is_future_import(statement):
     return isinstance(statement, ast.ImportFrom) and statement.module == '__future__'
 
 def compile_block(source, filename, names):
-    source = _without_bom(source)
-    line_count = len(_lines(source))
     statements = compile(source, '<string>', 'exec', ast.PyCF_ONLY_AST, dont_inherit=True).body
     # Future imports at the top of the block apply to the whole block, as at
     # the top of a python3 file; anywhere else Python refuses them.
@@ -85,34 +85,21 @@ def compile_block(source, filename, names):
     except SyntaxError as error:
         _as_user_error(error, source)
         raise
-    _register(source, filename)
     for constant in code.co_consts:
         if isinstance(constant, types.CodeType) and constant.co_name == 'tesk_outer':
-            return constant, line_count
+            return constant
     raise SystemError('the compiled block has no function')
 
-def compile_expression(source, filename):
-    source = _without_bom(source)
-    # Leading blanks are ignored, as Python's eval ignores them.
-    stripped = source.lstrip(' \t')
-    try:
-        code = compile(stripped, filename, 'eval', dont_inherit=True)
-    except SyntaxError as error:
-        _as_user_error(error, source, len(source) - len(stripped))
-        raise
-    _register(stripped, filename)
-    return code, len(_lines(source))
-
-def forget(filename):
-    linecache.cache.pop(filename, None)
+def as_user_error(error, source, first_line_shift):
+    if isinstance(error, SyntaxError):
+        _as_user_error(error, source, first_line_shift)
 )";
 
 // The script's functions, made once and kept for the process (raw
 // references, never released: nothing touches Python at exit).
 struct compiler_functions {
     PyObject* compileBlock = nullptr;
-    PyObject* compileExpression = nullptr;
-    PyObject* forget = nullptr;
+    PyObject* asUserError = nullptr;
 };
 
 python_once compiler_once;
@@ -132,10 +119,15 @@ compiler_functions const& functions() {
             return function;
         };
         compiler.compileBlock = take("compile_block");
-        compiler.compileExpression = take("compile_expression");
-        compiler.forget = take("forget");
+        compiler.asUserError = take("as_user_error");
     });
     return compiler;
+}
+
+bool compiler_missing(PyObject* function) {
+    if (function != nullptr) return false;
+    PyErr_SetString(PyExc_RuntimeError, "The code compiler could not be set up.");
+    return true;
 }
 
 std::atomic<std::uint64_t> next_file_number{1};
@@ -144,61 +136,189 @@ PyObjectPtr python_text(std::string_view text) {
     return PyObjectPtr::steal(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), nullptr));
 }
 
-// Calls one of the script's compile functions with (code, file name, extra...)
-// and unpacks its (code, line count).
-template <class... Extra>
-std::shared_ptr<compiled_code const> run_compiler(PyObject* function, String const& code, Extra... extra) {
-    if (function == nullptr) {
-        PyErr_SetString(PyExc_RuntimeError, "The code compiler could not be set up.");
-        return {};
+// A byte-order mark starts the text as python3 allows it to start a file.
+std::string_view without_byte_order_mark(String const& code) {
+    std::string_view text = code.asChars();
+    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+    return text;
+}
+
+// The NUL-terminated text of `part`, a view into `code`.
+char const* terminated(String const& code, std::string_view part) {
+    return code.c_str() + (code.asChars().size() - part.size());
+}
+
+// Compiles NUL-terminated UTF-8 text as Python's compile() compiles a str
+// (no coding cookie, the current language version).
+PyObjectPtr compile_text(char const* text, PyObject* file, int start) {
+    PyCompilerFlags flags = _PyCompilerFlags_INIT;
+    flags.cf_flags = PyCF_SOURCE_IS_UTF8 | PyCF_IGNORE_COOKIE;
+    return PyObjectPtr::steal(Py_CompileStringObject(text, file, start, &flags, -1));
+}
+
+python_name warnings_module{"warnings"};
+python_name filters_attribute{"filters"};
+
+// The filter ("error", any message, Warning, any module, any line), made once.
+python_once error_filter_once;
+PyObject* error_filter_entry = nullptr;
+
+PyObject* error_filter() {
+    error_filter_once.run([] {
+        error_filter_entry = Py_BuildValue("(sOOOi)", "error", Py_None, PyExc_Warning, Py_None, 0);
+        if (error_filter_entry == nullptr) PyErr_Clear();
+    });
+    return error_filter_entry;
+}
+
+// While a block compiles as the function's text, every warning is an error:
+// a SyntaxWarning would name a line of that text. The failed compilation
+// then takes the exact path, which gives the warning as usual. Python's
+// warnings read the filter list of the `warnings` module at every warning,
+// so an entry at its front, taken out again before the interpreter lock is
+// let go, is seen by this compilation only.
+class warnings_as_errors {
+public:
+    warnings_as_errors() {
+        PyObjectPtr module = loaded_module(warnings_module);
+        PyObject* attribute = module ? filters_attribute.get() : nullptr;
+        if (attribute) filters_ = PyObjectPtr::steal(PyObject_GetAttr(module.get(), attribute));
+        filter_ = PyObjectPtr::borrow(error_filter());
+        if (!filters_ || !PyList_CheckExact(filters_.get()) || !filter_ ||
+            PyList_Insert(filters_.get(), 0, filter_.get()) < 0) {
+            PyErr_Clear();
+            filters_ = PyObjectPtr();
+        }
     }
-    auto made = std::make_shared<compiled_code>();
-    made->file = "<tesk-code-" + std::to_string(next_file_number.fetch_add(1)) + ">";
-    PyObjectPtr text = python_text(code.asChars());
-    PyObjectPtr file = python_text(made->file);
-    if (!text || !file) return {};
-    PyObjectPtr result = PyObjectPtr::steal(
-        PyObject_CallFunctionObjArgs(function, text.get(), file.get(), extra..., nullptr));
-    if (!result) {
+    ~warnings_as_errors() {
+        if (!filters_) return;
+        Py_ssize_t const count = PyList_GET_SIZE(filters_.get());
+        for (Py_ssize_t i = 0; i < count; ++i) {
+            if (PyList_GET_ITEM(filters_.get(), i) != filter_.get()) continue;
+            if (PySequence_DelItem(filters_.get(), i) < 0) PyErr_Clear();
+            break;
+        }
+    }
+    warnings_as_errors(warnings_as_errors const&) = delete;
+    warnings_as_errors& operator=(warnings_as_errors const&) = delete;
+
+    bool active() const { return static_cast<bool>(filters_); }
+
+private:
+    PyObjectPtr filters_;
+    PyObjectPtr filter_;
+};
+
+// The quick path for a block: the function's text compiled with warnings as
+// errors, `tesk_outer`'s code taken out of the module and moved back onto
+// the caller's positions. Null, with no exception pending, when the block
+// needs the exact path.
+PyObjectPtr compile_block_text(std::string_view block, std::vector<String> const& names, PyObject* file) {
+    std::optional<std::string> const text = block_function_text(block, names);
+    if (!text) return {};
+    PyObjectPtr module;
+    {
+        warnings_as_errors strict;
+        if (strict.active()) module = compile_text(text->c_str(), file, Py_file_input);
+    }
+    PyObjectPtr constants = module ? PyObjectPtr::steal(PyObject_GetAttrString(module.get(), "co_consts")) : PyObjectPtr();
+    PyObjectPtr code;
+    if (constants && PyTuple_Check(constants.get()) && PyTuple_GET_SIZE(constants.get()) > 0 &&
+        PyCode_Check(PyTuple_GET_ITEM(constants.get(), 0))) {
+        code = relocate_code(PyTuple_GET_ITEM(constants.get(), 0),
+                             {function_header_lines(!names.empty()), function_body_indent});
+    }
+    if (!code) PyErr_Clear();
+    return code;
+}
+
+// The exact path for a block, through the syntax tree.
+PyObjectPtr compile_block_tree(std::string_view block, std::vector<String> const& names, PyObject* file) {
+    if (compiler_missing(functions().compileBlock)) return {};
+    PyObjectPtr source = python_text(block);
+    PyObjectPtr nameTuple = PyObjectPtr::steal(PyTuple_New(static_cast<Py_ssize_t>(names.size())));
+    if (!source || !nameTuple) return {};
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        PyObject* name = python_text(names[i].asChars()).release();
+        if (name == nullptr) return {};
+        PyTuple_SET_ITEM(nameTuple.get(), static_cast<Py_ssize_t>(i), name);
+    }
+    PyObjectPtr code = PyObjectPtr::steal(
+        PyObject_CallFunctionObjArgs(functions().compileBlock, source.get(), file, nameTuple.get(), nullptr));
+    if (!code) {
         // The error is the caller's: the compiler's own frames stay out of its report.
         PyObjectPtr error = PyObjectPtr::steal(PyErr_GetRaisedException());
         if (error) (void)PyException_SetTraceback(error.get(), Py_None);
         PyErr_SetRaisedException(error.release());
-        return {};
     }
-    PyObject* compiled = nullptr;
-    int lineCount = 0;
-    if (!PyArg_ParseTuple(result.get(), "Oi", &compiled, &lineCount)) return {};
-    made->code = PyObjectPtr::borrow(compiled);
-    made->lineCount = lineCount;
+    return code;
+}
+
+// Gives the pending SyntaxError of an expression the caller's positions: the
+// file "<string>", columns counted from before the `blanks` leading blanks
+// that were not compiled, and the text of the line.
+void as_user_error(std::string_view text, std::size_t blanks) {
+    PyObjectPtr error = PyObjectPtr::steal(PyErr_GetRaisedException());
+    PyObjectPtr source = python_text(text);
+    PyObjectPtr shift = PyObjectPtr::steal(PyLong_FromSize_t(blanks));
+    if (!source || !shift || compiler_missing(functions().asUserError)) return;
+    PyObjectPtr done = PyObjectPtr::steal(
+        PyObject_CallFunctionObjArgs(functions().asUserError, error.get(), source.get(), shift.get(), nullptr));
+    if (!done) return;
+    PyErr_SetRaisedException(error.release());
+}
+
+// A compiled program for `text` under a file name of its own, made by
+// `compile` (the code, or null with a Python exception set); its lines are
+// registered under that name as `shown` (the text the code was compiled from).
+template <class Compile>
+std::shared_ptr<compiled_code const> make_compiled(std::string_view text, std::string_view shown, Compile&& compile) {
+    auto made = std::make_shared<compiled_code>();
+    std::string file = "<tesk-code-" + std::to_string(next_file_number.fetch_add(1)) + ">";
+    PyObjectPtr fileName = python_text(file);
+    if (!fileName) return {};
+    PyObjectPtr code = compile(fileName.get());
+    if (!code) return {};
+    made->code = std::move(code);
+    made->lineCount = static_cast<int>(source_lines(text).size());
+    register_source(shown, fileName.get());
+    made->file = std::move(file);
+    made->fileName = std::move(fileName);
     return made;
 }
 
 } // namespace
 
 compiled_code::~compiled_code() {
-    if (file.empty() || !code) return;
+    if (!fileName) return;
     gil_guard gil;
-    if (compiler.forget == nullptr) return;
-    PyObjectPtr name = python_text(file);
-    PyObjectPtr done = name ? PyObjectPtr::steal(PyObject_CallOneArg(compiler.forget, name.get())) : PyObjectPtr();
-    // Only linecache's memory is at stake: a failure must not stay pending.
-    if (!done) PyErr_Clear();
+    forget_source(fileName.get());
+    code = PyObjectPtr();
+    fileName = PyObjectPtr();
 }
 
 std::shared_ptr<compiled_code const> compile_block(String const& code, std::vector<String> const& outLocalNames) {
-    PyObjectPtr names = PyObjectPtr::steal(PyTuple_New(static_cast<Py_ssize_t>(outLocalNames.size())));
-    if (!names) return {};
-    for (std::size_t i = 0; i < outLocalNames.size(); ++i) {
-        PyObject* name = python_text(outLocalNames[i].asChars()).release();
-        if (name == nullptr) return {};
-        PyTuple_SET_ITEM(names.get(), static_cast<Py_ssize_t>(i), name);
-    }
-    return run_compiler(functions().compileBlock, code, names.get());
+    std::string_view const text = without_byte_order_mark(code);
+    return make_compiled(text, text, [&](PyObject* file) {
+        if (PyObjectPtr quick = compile_block_text(text, outLocalNames, file)) return quick;
+        return compile_block_tree(text, outLocalNames, file);
+    });
 }
 
 std::shared_ptr<compiled_code const> compile_expression(String const& code) {
-    return run_compiler(functions().compileExpression, code);
+    std::string_view const text = without_byte_order_mark(code);
+    // Leading blanks are not compiled, as Python's eval ignores them.
+    std::size_t const blanks = std::min(text.find_first_not_of(" \t"), text.size());
+    std::string_view const shown = text.substr(blanks);
+    return make_compiled(text, shown, [&](PyObject* file) {
+        if (shown.find('\0') != std::string_view::npos) {
+            PyErr_SetString(PyExc_SyntaxError, "source code string cannot contain null bytes");
+            return PyObjectPtr();
+        }
+        PyObjectPtr compiled = compile_text(terminated(code, shown), file, Py_eval_input);
+        if (!compiled) as_user_error(text, blanks);
+        return compiled;
+    });
 }
 
 } // namespace tesk::cpython

@@ -21,6 +21,7 @@ inline constexpr char const* syntax_error_file = "<string>";
 struct compiled_code {
     PyObjectPtr code;
     std::string file;    // the unique name its code objects carry
+    PyObjectPtr fileName; // the same, as a Python string
     int lineCount = 0;   // lines of the caller's code, for clamping positions
     compiled_code() = default;
     compiled_code(compiled_code const&) = delete;
