@@ -232,8 +232,11 @@ PyObjectPtr compile_block_text(std::string_view block, std::vector<String> const
     return code;
 }
 
+std::atomic<std::uint64_t> tree_compilations{0};
+
 // The exact path for a block, through the syntax tree.
 PyObjectPtr compile_block_tree(std::string_view block, std::vector<String> const& names, PyObject* file) {
+    tree_compilations.fetch_add(1, std::memory_order_relaxed);
     if (compiler_missing(functions().compileBlock)) return {};
     PyObjectPtr source = python_text(block);
     PyObjectPtr nameTuple = PyObjectPtr::steal(PyTuple_New(static_cast<Py_ssize_t>(names.size())));
@@ -288,6 +291,8 @@ std::shared_ptr<compiled_code const> make_compiled(std::string_view text, std::s
 }
 
 } // namespace
+
+std::uint64_t syntax_tree_compilations() { return tree_compilations.load(std::memory_order_relaxed); }
 
 compiled_code::~compiled_code() {
     if (!fileName) return;

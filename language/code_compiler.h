@@ -5,6 +5,8 @@
 
 #include <tesk/tesk.h>
 
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -36,5 +38,9 @@ struct compiled_code {
 // caller holds the interpreter lock.
 std::shared_ptr<compiled_code const> compile_block(String const& code, std::vector<String> const& outLocalNames);
 std::shared_ptr<compiled_code const> compile_expression(String const& code);
+
+// How many blocks were compiled through the syntax tree since the process
+// started; the others were compiled as the text of their function.
+std::uint64_t syntax_tree_compilations();
 
 } // namespace tesk::cpython

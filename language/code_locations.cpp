@@ -172,64 +172,67 @@ location moved(location entry, text_offsets offsets) {
     return entry;
 }
 
-int int_attribute(PyObject* object, char const* name) {
-    PyObjectPtr value = PyObjectPtr::steal(PyObject_GetAttrString(object, name));
-    return value ? PyLong_AsInt(value.get()) : -1;
-}
-
 // The constants with every nested code object relocated; the same tuple
 // when there is none.
-PyObjectPtr relocated_constants(PyObject* code, text_offsets offsets) {
-    PyObjectPtr constants = PyObjectPtr::steal(PyObject_GetAttrString(code, "co_consts"));
-    if (!constants || !PyTuple_Check(constants.get())) return {};
+PyObjectPtr relocated_constants(PyCodeObject* code, text_offsets offsets) {
+    PyObjectPtr constants = PyObjectPtr::borrow(code->co_consts);
     Py_ssize_t const count = PyTuple_GET_SIZE(constants.get());
-    PyObjectPtr copy;
+    bool nested = false;
+    for (Py_ssize_t i = 0; i < count && !nested; ++i) nested = PyCode_Check(PyTuple_GET_ITEM(constants.get(), i));
+    if (!nested) return constants;
+    // A new tuple: the code's own constants are shared and must not change.
+    PyObjectPtr copy = PyObjectPtr::steal(PyTuple_New(count));
+    if (!copy) return {};
     for (Py_ssize_t i = 0; i < count; ++i) {
         PyObject* item = PyTuple_GET_ITEM(constants.get(), i);
-        if (!PyCode_Check(item)) continue;
-        if (!copy) {
-            copy = PyObjectPtr::steal(PyTuple_GetSlice(constants.get(), 0, count));
-            if (!copy) return {};
-        }
-        PyObjectPtr relocated = relocate_code(item, offsets);
-        if (!relocated) return {};
-        PyObject* old = PyTuple_GET_ITEM(copy.get(), i);
-        PyTuple_SET_ITEM(copy.get(), i, relocated.release());
-        PyObjectPtr const released = PyObjectPtr::steal(old);
+        PyObjectPtr kept = PyCode_Check(item) ? relocate_code(item, offsets) : PyObjectPtr::borrow(item);
+        if (!kept) return {};
+        PyTuple_SET_ITEM(copy.get(), i, kept.release());
     }
-    return copy ? copy : constants;
+    return copy;
+}
+
+// The same code with other constants, first line and location table. Made
+// through the C constructor rather than code.replace(), which would raise
+// the audit event of a code object made by Python code.
+PyObjectPtr with_locations(PyCodeObject* code, PyObject* constants, int firstLine, PyObject* table) {
+    PyObjectPtr bytecode = PyObjectPtr::steal(PyCode_GetCode(code));
+    PyObjectPtr variables = PyObjectPtr::steal(PyCode_GetVarnames(code));
+    PyObjectPtr freeVariables = PyObjectPtr::steal(PyCode_GetFreevars(code));
+    PyObjectPtr cellVariables = PyObjectPtr::steal(PyCode_GetCellvars(code));
+    if (!bytecode || !variables || !freeVariables || !cellVariables) return {};
+    return PyObjectPtr::steal(reinterpret_cast<PyObject*>(PyUnstable_Code_NewWithPosOnlyArgs(
+        code->co_argcount, code->co_posonlyargcount, code->co_kwonlyargcount, code->co_nlocals,
+        code->co_stacksize, code->co_flags, bytecode.get(), constants, code->co_names, variables.get(),
+        freeVariables.get(), cellVariables.get(), code->co_filename, code->co_name, code->co_qualname, firstLine,
+        table, code->co_exceptiontable)));
 }
 
 } // namespace
 
-PyObjectPtr relocate_code(PyObject* code, text_offsets offsets) {
-    int const firstLine = int_attribute(code, "co_firstlineno");
-    PyObjectPtr table = PyObjectPtr::steal(PyObject_GetAttrString(code, "co_linetable"));
-    if (firstLine < 0 || !table || !PyBytes_Check(table.get())) return {};
+PyObjectPtr relocate_code(PyObject* object, text_offsets offsets) {
+    if (!PyCode_Check(object)) {
+        PyErr_SetString(PyExc_TypeError, "a code object was expected");
+        return {};
+    }
+    auto* code = reinterpret_cast<PyCodeObject*>(object);
+    PyObject* table = code->co_linetable;
     std::vector<location> entries;
-    std::string_view const bytes(PyBytes_AS_STRING(table.get()), static_cast<std::size_t>(PyBytes_GET_SIZE(table.get())));
-    if (!decode(bytes, firstLine, entries)) {
+    if (!PyBytes_Check(table) ||
+        !decode({PyBytes_AS_STRING(table), static_cast<std::size_t>(PyBytes_GET_SIZE(table))}, code->co_firstlineno,
+                entries)) {
         PyErr_SetString(PyExc_SystemError, "unknown form in a code object's location table");
         return {};
     }
-    int const newFirstLine = moved_line(firstLine, offsets);
-    table_writer writer(newFirstLine);
+    int const firstLine = moved_line(code->co_firstlineno, offsets);
+    table_writer writer(firstLine);
     for (location const& entry : entries) writer.write(moved(entry, offsets));
 
     PyObjectPtr constants = relocated_constants(code, offsets);
     PyObjectPtr newTable = PyObjectPtr::steal(
         PyBytes_FromStringAndSize(writer.bytes().data(), static_cast<Py_ssize_t>(writer.bytes().size())));
-    PyObjectPtr lineNumber = PyObjectPtr::steal(PyLong_FromLong(newFirstLine));
-    PyObjectPtr changes = PyObjectPtr::steal(PyDict_New());
-    if (!constants || !newTable || !lineNumber || !changes ||
-        PyDict_SetItemString(changes.get(), "co_firstlineno", lineNumber.get()) < 0 ||
-        PyDict_SetItemString(changes.get(), "co_linetable", newTable.get()) < 0 ||
-        PyDict_SetItemString(changes.get(), "co_consts", constants.get()) < 0)
-        return {};
-    PyObjectPtr replace = PyObjectPtr::steal(PyObject_GetAttrString(code, "replace"));
-    PyObjectPtr noArguments = PyObjectPtr::steal(PyTuple_New(0));
-    if (!replace || !noArguments) return {};
-    return PyObjectPtr::steal(PyObject_Call(replace.get(), noArguments.get(), changes.get()));
+    if (!constants || !newTable) return {};
+    return with_locations(code, constants.get(), firstLine, newTable.get());
 }
 
 } // namespace tesk::cpython

@@ -14,7 +14,10 @@
 #include "language/evaluation_control.h"
 #include "to_python/to_python.h"
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace tesk::cpython {
@@ -57,14 +60,35 @@ Any copy_map_into(PyObject* dict, I_Map_Generic const& map) {
     return None();
 }
 
+// The dict of host modules that evaluations start from, remade only when the
+// modules changed (a raw reference kept for the process; guarded by the
+// interpreter lock). Borrowed; null with a Python exception set.
+struct host_modules_table {
+    PyObject* dict = nullptr;
+    std::uint64_t generation = 0;
+};
+host_modules_table modules_table;
+
+PyObject* current_host_modules() {
+    std::uint64_t const generation = internal::modules_generation();
+    if (modules_table.dict != nullptr && modules_table.generation == generation) return modules_table.dict;
+    // Making the wrappers may let the interpreter lock go; a table another
+    // thread stored meanwhile is replaced, and remade later if it is older.
+    PyObject* fresh = host_modules_dict();
+    if (fresh == nullptr) return nullptr;
+    PyObjectPtr const replaced = PyObjectPtr::steal(std::exchange(modules_table.dict, fresh));
+    modules_table.generation = generation;
+    return fresh;
+}
+
 // The evaluation globals: the host modules, then the global names, then the
 // out-locals, then the locals; a later name replaces an earlier one, which is
 // how the caller's locals shadow its globals.
 Any populate_globals(PyObject* globals, Union<I_Map<String, Any>, None> const& callerGlobals,
                      Union<I_MutableMap<String, Any>, None> const& outLocals,
                      Union<I_Map<String, Any>, None> const& locals) {
-    PyObjectPtr modules = PyObjectPtr::steal(host_modules_dict());
-    if (!modules || PyDict_Merge(globals, modules.get(), 0) < 0) {
+    PyObject* modules = current_host_modules();
+    if (modules == nullptr || PyDict_Merge(globals, modules, 0) < 0) {
         if (auto error = fetch_python_error()) return error.value();
         return Error("Unable to bind the host modules.");
     }
@@ -79,6 +103,17 @@ Any populate_globals(PyObject* globals, Union<I_Map<String, Any>, None> const& c
 
 Error invalid_code() { return Error("The code is not valid UTF-8 text."); }
 
+// Python 3.13's reserved words (keyword.kwlist); soft keywords such as
+// `match` and `type` are names like any other.
+bool is_reserved_word(std::string_view name) {
+    static constexpr std::string_view words[] = {
+        "False", "None",   "True",    "and",      "as",       "assert", "async",  "await",    "break",
+        "class", "continue", "def",   "del",      "elif",     "else",   "except", "finally",  "for",
+        "from",  "global", "if",      "import",   "in",       "is",     "lambda", "nonlocal", "not",
+        "or",    "pass",   "raise",   "return",   "try",      "while",  "with",   "yield"};
+    return std::find(std::begin(words), std::end(words), name) != std::end(words);
+}
+
 // Whether `name` can stand in the generated `global` and write-back lines.
 bool is_python_identifier(String const& name) {
     std::string_view text = name.asChars();
@@ -88,12 +123,7 @@ bool is_python_identifier(String const& name) {
         PyErr_Clear();
         return false;
     }
-    PyObjectPtr keyword = PyObjectPtr::steal(PyImport_ImportModule("keyword"));
-    PyObjectPtr isKeyword =
-        keyword ? PyObjectPtr::steal(PyObject_CallMethod(keyword.get(), "iskeyword", "O", str.get())) : PyObjectPtr();
-    bool reserved = isKeyword && PyObject_IsTrue(isKeyword.get()) == 1;
-    PyErr_Clear();
-    return !reserved;
+    return !is_reserved_word(text);
 }
 
 // The out-local names, in the map's order; an Error for a name that cannot

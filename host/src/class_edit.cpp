@@ -8,6 +8,7 @@
 // parent edit one step across classes. Neither is held while a value is
 // released or while the old table is reclaimed.
 #include "class_internal.h"
+#include "tesk/module.h"
 
 #include <memory>
 #include <mutex>
@@ -43,6 +44,7 @@ void mark_stale(object_value_class const* edited) {
 void finish_edit(object_value_class const* cls, class_table const* old) {
     if (!old) return;
     mark_stale(cls);
+    note_modules_changed();
     retire(old);
     reclaim();
 }

@@ -4,6 +4,7 @@
 
 #include "tesk/module.h"
 
+#include <atomic>
 #include <mutex>
 
 namespace tesk {
@@ -25,6 +26,13 @@ spinlock& g_modules_lock() {
     static auto* lock = new spinlock();
     return *lock;
 }
+
+namespace {
+std::atomic<std::uint64_t> g_modules_generation{1};
+}
+
+std::uint64_t modules_generation() noexcept { return g_modules_generation.load(std::memory_order_acquire); }
+void note_modules_changed() noexcept { g_modules_generation.fetch_add(1, std::memory_order_acq_rel); }
 
 meta_property_untyped const& inlined_key() {
     static auto* key = new meta_property_untyped("$$inlined");
@@ -97,6 +105,7 @@ int Module::importance() const {
 }
 void Module::setImportance(int importance) const {
     internal::read_module(*this, [&](object_value_module& r) { return r.importance = importance; });
+    internal::note_modules_changed();
 }
 
 std::vector<std::pair<String, Class_Generic>> Module::classes() const {
@@ -118,6 +127,7 @@ void Module::addClass(String const& name, Class_Generic const& cls) const {
 void Module::addCallable(String const& name, I_Callable_Generic const& callable) const {
     auto displaced =
         internal::read_module(*this, [&](object_value_module& r) { return r.callables.exchange(name, callable); });
+    internal::note_modules_changed();
 }
 
 std::vector<Module> modules() {
@@ -176,6 +186,7 @@ Union<Module, Error> get_module(String const& name) {
         m = Module::create(name);
         internal::g_modules().set(name, m);
     }
+    internal::note_modules_changed();
     link_dotted_neighbours(m, name);
     return Union<Module, Error>(m);
 }
@@ -190,7 +201,9 @@ Result<None> register_function(String const& module, String const& name, I_Calla
 Result<None> register_property(String const& module, String const& name, Property const& property) {
     auto m = get_module(module);
     if (m.isError()) return Result<None>(m);
-    return Result<None>(insert_property(m, name, property));
+    Any inserted = insert_property(m, name, property);
+    internal::note_modules_changed();
+    return Result<None>(inserted);
 }
 
 } // namespace tesk

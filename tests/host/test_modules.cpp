@@ -61,6 +61,34 @@ TEST(Modules, EachModuleHasItsOwnClassForProperties) {
     EXPECT_FALSE(find_module(String()).has_value());
 }
 
+// Callers that keep what they derived from the modules rely on the generation
+// moving with every change that could alter it.
+TEST(Modules, GenerationMovesWithEveryChange) {
+    std::uint64_t seen = internal::modules_generation();
+    auto moved = [&seen] {
+        std::uint64_t const now = internal::modules_generation();
+        bool const changed = now != seen;
+        seen = now;
+        return changed;
+    };
+    Module m = get_module(String("test.generation")).as<Module>();
+    EXPECT_TRUE(moved()) << "registration";
+    (void)get_module(String("test.generation"));
+    EXPECT_FALSE(moved()) << "finding a registered module changes nothing";
+    m.addCallable(String("f"), make_closure(forty_two));
+    EXPECT_TRUE(moved()) << "a callable";
+    m.addClass(String("C"), Class_Generic::unsafe(Integer::getClass()));
+    EXPECT_TRUE(moved()) << "a class";
+    m.setImportance(5);
+    EXPECT_TRUE(moved()) << "the importance";
+    register_property(String("test.generation"), String("p"),
+                      Property(I_Callable_Generic::unsafe(internal::make_constant_callable(Integer(1)))));
+    EXPECT_TRUE(moved()) << "an own property";
+    add_class_property_unsafe(class_of(m), String("q"),
+                              Property(I_Callable_Generic::unsafe(internal::make_constant_callable(Integer(2)))));
+    EXPECT_TRUE(moved()) << "a property of its class";
+}
+
 TEST(InitHandlers, RunByLevelInOrderOnceIncludingOnesAddedWhileRunning) {
     run_init_handlers(); // whatever the library queued at load
     std::vector<std::string> order;

@@ -119,12 +119,31 @@ TEST(Evaluation, AScopeNameThatIsNotTextIsRefused) {
 }
 
 TEST(Evaluation, OutLocalNamesMustBeIdentifiers) {
-    for (char const* name : {"not an identifier", "a'); import os; ('", "class", "1a"}) {
+    for (char const* name : {"not an identifier", "a'); import os; ('", "class", "None", "await", "1a"}) {
         HashMap out = map_of({{name, Integer(1)}});
         Any result = evaluate("return 1", scope_of(Any(), Any(), out));
         EXPECT_NE(error_message(result).find("not a Python identifier"), std::string::npos) << name;
         EXPECT_EQ(integer_of(out.find(String(name))), 1);
     }
+    // Soft keywords are names like any other.
+    HashMap soft = map_of({{"match", Integer(1)}, {"type", Integer(2)}});
+    EXPECT_TRUE(evaluate("match = match + type", scope_of(Any(), Any(), soft)).isNone());
+    EXPECT_EQ(integer_of(soft.find(String("match"))), 3);
+}
+
+// Evaluations keep the table of host modules between them: a module
+// registered, changed or hidden later is seen by the next evaluation.
+TEST(Evaluation, ModulesRegisteredLaterAreSeen) {
+    char const* name = "late_registered_module";
+    char const* present = "return str('late_registered_module' in globals())";
+    EXPECT_EQ(string_of(evaluate(present)), "False");
+    auto module = get_module(String(name));
+    ASSERT_TRUE(module.has_value());
+    EXPECT_EQ(string_of(evaluate(present)), "True");
+    module.value().addCallable(String("answer"), I_Callable_Generic::unsafe(internal::make_constant_callable(Integer(42))));
+    EXPECT_EQ(integer_of(evaluate("return late_registered_module.answer()")), 42);
+    module.value().setImportance(10); // internal to the host: hidden from evaluations
+    EXPECT_EQ(string_of(evaluate(present)), "False");
 }
 
 TEST(Evaluation, HostCallablesInTheScopeAreCalled) {

@@ -2,6 +2,7 @@
 // evaluateExpressionInSandbox refuse writes and the listed operations with
 // PermissionError inside the Python code; the guard nests and restores what
 // it changed; the flag belongs to one thread.
+#include "language/code_compiler.h"
 #include "language/sandbox_guard.h"
 #include "language_test_support.h"
 
@@ -185,6 +186,17 @@ TEST_F(SandboxTest, ANestedGuardNeverLoosensTheStrictLevel) {
     // Standard again: os.mkfifo is not refused there.
     EXPECT_TRUE(sandboxed(fifo, scope()).isNone());
     EXPECT_TRUE(fs::exists(dir_ / "fifo"));
+}
+
+// Compiling is the host's work: the strict level, which refuses making code
+// objects, does not send blocks down the slower path or refuse them.
+TEST_F(SandboxTest, StrictLevelCompilesBlocksAsUsual) {
+    ASSERT_EQ(string_of(set_sandbox_level("strict")), "standard");
+    std::uint64_t const before = syntax_tree_compilations();
+    Any result = sandboxed("def twice(v):\n    return v * 2\nreturn twice(21)");
+    ASSERT_EQ(string_of(set_sandbox_level("standard")), "strict");
+    EXPECT_EQ(integer_of(result), 42);
+    EXPECT_EQ(syntax_tree_compilations(), before);
 }
 
 TEST_F(SandboxTest, ASandboxedThreadDoesNotRestrictAnother) {

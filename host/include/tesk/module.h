@@ -4,6 +4,7 @@
 
 #include "tesk/containers.h"
 
+#include <cstdint>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -49,6 +50,12 @@ public:
 // added, never removed. Take g_modules_lock after the Python interpreter lock.
 TESK_API ordered_map<Module>& g_modules();
 TESK_API spinlock& g_modules_lock();
+
+// Moves whenever a module is registered, a module's members or importance
+// change, or any class is edited: what a caller derives from the modules
+// (an evaluation's table of them) stays valid while it stands still.
+TESK_API std::uint64_t modules_generation() noexcept;
+void note_modules_changed() noexcept;
 
 // The property key "$$inlined": a module with this property has its classes
 // and callables bound by name in evaluation scopes.
