@@ -4,14 +4,18 @@
 // exception may be left pending, and every result must be a value or an
 // Error; a crash, a sanitizer report or a failed check is a finding.
 //
-// Input layout: the first byte chooses the mode (its value modulo 4), the
+// Input layout: the first byte chooses the mode (its value modulo 5), the
 // rest is the payload.
 //   0  the payload is a statement block
 //   1  the payload is an expression
 //   2  names, NUL, block: the names (separated by '\n') are out-locals
 //   3  the payload describes a nested host value (see build_value)
+//   4  the payload is a block compiled both ways (as its function's text and
+//      through the syntax tree): both must compile or fail alike, and give
+//      the same instructions at the same positions
 #include "extension/exports.h"
 #include "from_python/from_python.h"
+#include "language/code_compiler.h"
 #include "language/evaluation_control.h"
 #include "python/interpreter_start.h"
 #include "python/python_ref.h"
@@ -25,6 +29,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -224,6 +229,51 @@ void fuzz_round_trip(std::string_view payload) {
     if (PyErr_Occurred()) fail("a comparison left a Python exception pending");
 }
 
+// What a compiled block is made of, as text: per code object (nested ones
+// too) its first line and its instructions with their positions. NOPs are
+// left out: a body on the `def` line drops one that a body below it keeps.
+constexpr char const* code_digest_script = R"(
+import dis
+def digest(code):
+    steps = [(i.opname, i.argrepr, tuple(i.positions)) for i in dis.get_instructions(code) if i.opname != 'NOP']
+    nested = [digest(c) for c in code.co_consts if hasattr(c, 'co_lines')]
+    return repr((code.co_firstlineno, steps, nested))
+)";
+
+PyObject* code_digest = nullptr;
+
+PyObjectPtr digest_of(compiled_code const& compiled) {
+    return PyObjectPtr::steal(PyObject_CallOneArg(code_digest, compiled.code.get()));
+}
+
+void fuzz_both_compilations(std::string_view code) {
+    if (code.size() > max_code_size) return;
+    String const text = text_of(code);
+    if (!text.isValidUtf8()) return;
+    // A comment with a backslash sends a block through the syntax tree and
+    // changes nothing else.
+    String const marked = text_of(std::string(code) + "\n# \\");
+    std::uint64_t const before = syntax_tree_compilations();
+    gil_guard gil;
+    auto const first = compile_block(text, {});
+    if (!first) PyErr_Clear();
+    // Only blocks that compiled as their function's text have a second way.
+    if (!first || syntax_tree_compilations() != before) return;
+    auto const second = compile_block(marked, {});
+    if (syntax_tree_compilations() == before) fail("the marked block did not go through the syntax tree");
+    if (!second) {
+        PyErr_Print();
+        fail("a block that compiles as text fails through the syntax tree");
+    }
+    PyObjectPtr a = digest_of(*first);
+    PyObjectPtr b = digest_of(*second);
+    if (!a || !b) fail("a compiled block could not be read");
+    if (PyObject_RichCompareBool(a.get(), b.get(), Py_EQ) != 1) {
+        std::fprintf(stderr, "as text:  %s\nthrough the tree: %s\n", PyUnicode_AsUTF8(a.get()), PyUnicode_AsUTF8(b.get()));
+        fail("the two compilations of a block differ");
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -237,17 +287,26 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     set_evaluation_time_limit(1.0);
     static language_entries const found;
     entries = &found;
+    gil_guard gil;
+    PyObjectPtr globals = PyObjectPtr::steal(PyDict_New());
+    PyObjectPtr ran = globals ? PyObjectPtr::steal(PyRun_String(code_digest_script, Py_file_input, globals.get(),
+                                                                 globals.get()))
+                              : PyObjectPtr();
+    code_digest = ran ? PyDict_GetItemString(globals.get(), "digest") : nullptr;
+    if (code_digest == nullptr) fail("the code digest could not be made");
+    Py_INCREF(code_digest); // kept for the process
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     if (size == 0) return 0;
     std::string_view payload(reinterpret_cast<char const*>(data) + 1, size - 1);
-    switch (data[0] % 4) {
+    switch (data[0] % 5) {
     case 0: fuzz_code(payload, false); break;
     case 1: fuzz_code(payload, true); break;
     case 2: fuzz_out_locals(payload); break;
-    default: fuzz_round_trip(payload); break;
+    case 3: fuzz_round_trip(payload); break;
+    default: fuzz_both_compilations(payload); break;
     }
     check_no_pending_exception("a Python exception was left pending");
     return 0;

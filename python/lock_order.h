@@ -70,9 +70,32 @@
 //   the paths queued before the interpreter runs and whether the start-up has
 //   taken them. A leaf: taken with or without the interpreter lock, and no
 //   Python call is made while it is held.
-// - Start-up (ensure_interpreter, extension/startup.cpp; a function-local
-//   static): threads that arrive while the interpreter starts wait for it,
-//   without the interpreter lock; the start-up takes the interpreter lock.
-// - Evaluation slot (language/evaluation.cpp; a spinlock): the result and
-//   out-locals of one evaluation; the map is dropped after the lock.
+// - Start-up (ensure_interpreter, extension/startup.cpp; start_mutex, a
+//   std::mutex): threads that arrive while the interpreter starts wait for
+//   it, without the interpreter lock; the start-up takes the interpreter lock.
+// - Wrapper class types (to_python/wrapper_class_type.cpp, class_type_cache;
+//   a spinlock): host classes to their Python types. Taken with the
+//   interpreter lock held; types are made outside it and never released.
+// - Code cache (language/code_cache.cpp; a spinlock): the compiled programs by
+//   code and their use order. Taken with the interpreter lock held; evicted
+//   programs are dropped after it (rule 2), which takes them out of
+//   linecache under the interpreter lock.
+// - Running evaluations (language/evaluation_control.cpp, running_registry;
+//   a spinlock): each host thread's innermost evaluation, for interrupt and
+//   time limits. Taken with or without the interpreter lock; records are
+//   shared pointers copied out under it.
+// - Time-limit watchdog (the record's std::mutex and condition variable):
+//   whether one evaluation has finished. The watchdog waits on it without the
+//   interpreter lock; to stop the evaluation it takes the interpreter lock
+//   first and then the mutex, as the evaluating thread does when it finishes
+//   (and then gives the interpreter lock up to join the watchdog).
+//
+// STATE GUARDED BY THE INTERPRETER LOCK ALONE
+//
+// - The table of host modules evaluations start from (language/evaluation.cpp,
+//   modules_table) and the generation it was made for; remade when the host's
+//   modules_generation() moves.
+// - Python's warning filters, to which a block's quick compilation adds one
+//   entry and removes it again before the lock can be given up
+//   (language/code_compiler.cpp, warnings_as_errors).
 #pragma once

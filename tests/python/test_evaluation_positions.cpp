@@ -5,6 +5,8 @@
 #include "language/code_compiler.h"
 #include "language_test_support.h"
 
+#include <cctype>
+#include <ostream>
 #include <string>
 
 namespace tesk::cpython::testing {
@@ -38,7 +40,7 @@ sample const samples[] = {
     {"nesting", "total = 0\nfor i in range(3):\n    if i:\n        total += i\n    else:\n        total -= 1"},
     {"tabs", "if True:\n\tx = 1\n\tif x:\n\t\tx = 2"},
     {"brackets across lines", "x = [1,\n     2,\n  3]\ny = (x[0] +\n     x[1])"},
-    {"nested function", "def f(a, b=2):\n    c = a + b\n    return c * 2\ny = f(1)"},
+    {"nested function", "def f(a, b=2):\n    c = a + b\n    return lambda: c * a\ny = f(1)()"},
     {"decorator and lambda", "import functools\n@functools.lru_cache\ndef g(n):\n    return n\nh = lambda v: v + 1"},
     {"generator expression", "x = sum(i * i for i in range(4))\ny = {k: k for k in 'ab'}"},
     {"blank lines", "x = 1\n\n\n\n\n\n\n\ny = 2\n\n\n# note\n\nz = 3"},
@@ -50,6 +52,8 @@ sample const samples[] = {
                             "import contextlib\nwith contextlib.suppress(KeyError):\n    z = {}['k']"},
     {"comments and strings with hashes", "x = '#'  # a comment with 'quotes\"\ny = \"it's\"  # \"\nz = x + y"},
 };
+
+void PrintTo(sample const& s, std::ostream* out) { *out << s.name; }
 
 class BlockPositions : public ::testing::TestWithParam<std::tuple<sample, int>> {
 protected:
