@@ -230,12 +230,14 @@ void fuzz_round_trip(std::string_view payload) {
 }
 
 // What a compiled block is made of, as text: per code object (nested ones
-// too) its first line and its instructions with their positions. NOPs are
+// too) its first line and its instructions with their arguments (nested
+// code by its digest, not its address) and positions. NOPs are
 // left out: a body on the `def` line drops one that a body below it keeps.
 constexpr char const* code_digest_script = R"(
 import dis
 def digest(code):
-    steps = [(i.opname, i.argrepr, tuple(i.positions)) for i in dis.get_instructions(code) if i.opname != 'NOP']
+    steps = [(i.opname, '' if hasattr(i.argval, 'co_lines') else i.argrepr, tuple(i.positions))
+             for i in dis.get_instructions(code) if i.opname != 'NOP']
     nested = [digest(c) for c in code.co_consts if hasattr(c, 'co_lines')]
     return repr((code.co_firstlineno, steps, nested))
 )";
