@@ -8,6 +8,7 @@
 #include "python/host_entry.h"
 #include "to_python/python_dict.h"
 #include "python/interpreter_start.h"
+#include "python/python_text.h"
 #include "from_python/from_python.h"
 #include "from_python/errors.h"
 #include "language/code_cache.h"
@@ -116,14 +117,12 @@ bool is_reserved_word(std::string_view name) {
 
 // Whether `name` can stand in the generated `global` and write-back lines.
 bool is_python_identifier(String const& name) {
-    std::string_view text = name.asChars();
-    PyObjectPtr str =
-        PyObjectPtr::steal(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), nullptr));
+    PyObjectPtr str = python_text(name.asChars());
     if (!str || PyUnicode_IsIdentifier(str.get()) != 1) {
         PyErr_Clear();
         return false;
     }
-    return !is_reserved_word(text);
+    return !is_reserved_word(name.asChars());
 }
 
 // The out-local names, in the map's order; an Error for a name that cannot
@@ -163,9 +162,7 @@ Error evaluation_error(compiled_code const* compiled) {
 Any write_back(PyObject* globals, std::vector<String> const& names, I_MutableMap<String, Any> const& outLocals,
                compiled_code const& compiled) {
     for (String const& name : names) {
-        std::string_view text = name.asChars();
-        PyObjectPtr key =
-            PyObjectPtr::steal(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), nullptr));
+        PyObjectPtr key = python_text(name.asChars());
         PyObject* value = key ? PyDict_GetItemWithError(globals, key.get()) : nullptr;
         if (value == nullptr) {
             // A name the code deleted: the error Python gives for it.

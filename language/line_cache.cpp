@@ -4,6 +4,7 @@
 #include "language/line_cache.h"
 
 #include "python/python_name.h"
+#include "python/python_text.h"
 
 #include <string>
 
@@ -33,9 +34,9 @@ PyObjectPtr lines_list(std::string_view text) {
     std::string line;
     for (std::size_t i = 0; i < lines.size(); ++i) {
         line.assign(lines[i]).push_back('\n');
-        PyObject* item = PyUnicode_DecodeUTF8(line.data(), static_cast<Py_ssize_t>(line.size()), nullptr);
-        if (item == nullptr) return {};
-        PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), item);
+        PyObjectPtr item = python_text(line);
+        if (!item) return {};
+        PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), item.release());
     }
     return list;
 }

@@ -1,6 +1,8 @@
 // Running Python source text with the builtin `exec`.
 #include "python/exec_code.h"
 
+#include "python/python_text.h"
+
 namespace tesk::cpython {
 
 PyObjectPtr exec_code(std::string_view source, PyObject* globals, PyObject* locals) {
@@ -10,8 +12,7 @@ PyObjectPtr exec_code(std::string_view source, PyObject* globals, PyObject* loca
         PyErr_SetString(PyExc_RuntimeError, "The builtin exec is missing.");
         return {};
     }
-    PyObjectPtr text =
-        PyObjectPtr::steal(PyUnicode_DecodeUTF8(source.data(), static_cast<Py_ssize_t>(source.size()), nullptr));
+    PyObjectPtr text = python_text(source);
     if (!text) return {};
     PyObjectPtr arguments = PyObjectPtr::steal(PyTuple_Pack(3, text.get(), globals, locals));
     if (!arguments) return {};
