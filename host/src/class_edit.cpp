@@ -8,7 +8,7 @@
 // parent edit one step across classes. Neither is held while a value is
 // released or while the old table is reclaimed.
 #include "class_internal.h"
-#include "tesk/module.h"
+#include "module_changes.h"
 
 #include <memory>
 #include <mutex>

@@ -1,6 +1,7 @@
 // Modules and the module registry.
 #include "builtin_classes.h"
 #include "class_table.h"
+#include "module_changes.h"
 
 #include "tesk/module.h"
 

@@ -55,7 +55,6 @@ TESK_API spinlock& g_modules_lock();
 // change, or any class is edited: what a caller derives from the modules
 // (an evaluation's table of them) stays valid while it stands still.
 TESK_API std::uint64_t modules_generation() noexcept;
-void note_modules_changed() noexcept;
 
 // The property key "$$inlined": a module with this property has its classes
 // and callables bound by name in evaluation scopes.
