@@ -22,6 +22,7 @@
 #include "python/exec_code.h"
 #include "python/python_name.h"
 #include "python/python_once.h"
+#include "python/python_text.h"
 
 #include <algorithm>
 #include <atomic>
@@ -132,10 +133,6 @@ bool compiler_missing(PyObject* function) {
 
 std::atomic<std::uint64_t> next_file_number{1};
 
-PyObjectPtr python_text(std::string_view text) {
-    return PyObjectPtr::steal(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), nullptr));
-}
-
 // A byte-order mark starts the text as python3 allows it to start a file.
 std::string_view without_byte_order_mark(String const& code) {
     std::string_view text = code.asChars();
@@ -221,11 +218,11 @@ PyObjectPtr compile_block_text(std::string_view block, std::vector<String> const
         warnings_as_errors strict;
         if (strict.active()) module = compile_text(text->c_str(), file, Py_file_input);
     }
-    PyObjectPtr constants = module ? PyObjectPtr::steal(PyObject_GetAttrString(module.get(), "co_consts")) : PyObjectPtr();
+    // The module's first constant is the code of its one function.
+    PyObject* constants = module ? reinterpret_cast<PyCodeObject*>(module.get())->co_consts : nullptr;
     PyObjectPtr code;
-    if (constants && PyTuple_Check(constants.get()) && PyTuple_GET_SIZE(constants.get()) > 0 &&
-        PyCode_Check(PyTuple_GET_ITEM(constants.get(), 0))) {
-        code = relocate_code(PyTuple_GET_ITEM(constants.get(), 0),
+    if (constants && PyTuple_GET_SIZE(constants) > 0 && PyCode_Check(PyTuple_GET_ITEM(constants, 0))) {
+        code = relocate_code(PyTuple_GET_ITEM(constants, 0),
                              {function_header_lines(!names.empty()), function_body_indent});
     }
     if (!code) PyErr_Clear();
@@ -276,12 +273,12 @@ void as_user_error(std::string_view text, std::size_t blanks) {
 // registered under that name as `shown` (the text the code was compiled from).
 template <class Compile>
 std::shared_ptr<compiled_code const> make_compiled(std::string_view text, std::string_view shown, Compile&& compile) {
-    auto made = std::make_shared<compiled_code>();
     std::string file = "<tesk-code-" + std::to_string(next_file_number.fetch_add(1)) + ">";
     PyObjectPtr fileName = python_text(file);
     if (!fileName) return {};
     PyObjectPtr code = compile(fileName.get());
     if (!code) return {};
+    auto made = std::make_shared<compiled_code>();
     made->code = std::move(code);
     made->lineCount = static_cast<int>(source_lines(text).size());
     register_source(shown, fileName.get());
