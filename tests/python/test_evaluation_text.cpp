@@ -58,29 +58,23 @@ TEST(EvaluationText, NamesAndScopeWorkAsInAFunctionBody) {
 
 // Syntax errors on lines 1 and 2 are reported in the caller's lines, with
 // the caller's line text, whatever the number of out-locals.
-class SyntaxErrorText : public WithOutLocals {};
+class SyntaxErrorText : public WithOutLocals {
+protected:
+    void expect_syntax_error(char const* code, int line, int column, std::string const& lineText) {
+        Any result = run(code);
+        position p = position_of(result);
+        EXPECT_EQ(p.line, line);
+        EXPECT_EQ(p.column, column);
+        std::string message = error_message(result);
+        EXPECT_NE(message.find("File \"<string>\", line " + std::to_string(line)), std::string::npos) << message;
+        EXPECT_NE(message.find("    " + lineText + "\n"), std::string::npos) << message;
+        EXPECT_EQ(message.find("tesk_"), std::string::npos) << message;
+    }
+};
 
-TEST_P(SyntaxErrorText, FirstLine) {
-    Any result = run("y = = 2\nreturn 1");
-    position p = position_of(result);
-    EXPECT_EQ(p.line, 1);
-    EXPECT_EQ(p.column, 5);
-    std::string message = error_message(result);
-    EXPECT_NE(message.find("File \"<string>\", line 1"), std::string::npos) << message;
-    EXPECT_NE(message.find("    y = = 2\n"), std::string::npos) << message;
-    EXPECT_EQ(message.find("tesk_"), std::string::npos) << message;
-}
+TEST_P(SyntaxErrorText, FirstLine) { expect_syntax_error("y = = 2\nreturn 1", 1, 5, "y = = 2"); }
 
-TEST_P(SyntaxErrorText, SecondLine) {
-    Any result = run("x = 1\nreturn (1 +* 2)");
-    position p = position_of(result);
-    EXPECT_EQ(p.line, 2);
-    EXPECT_EQ(p.column, 12);
-    std::string message = error_message(result);
-    EXPECT_NE(message.find("File \"<string>\", line 2"), std::string::npos) << message;
-    EXPECT_NE(message.find("    return (1 +* 2)\n"), std::string::npos) << message;
-    EXPECT_EQ(message.find("tesk_"), std::string::npos) << message;
-}
+TEST_P(SyntaxErrorText, SecondLine) { expect_syntax_error("x = 1\nreturn (1 +* 2)", 2, 12, "return (1 +* 2)"); }
 
 TEST_P(SyntaxErrorText, CompilerErrorsNameTheCallersLine) {
     // Found after parsing, by the compiler: still the caller's line and text.
