@@ -24,8 +24,8 @@ class _TeskModuleImporter:
             return importlib.util.spec_from_loader(fullname, self, is_package=True)
         return None
 
-    def create_module(self, spec):
-        return _tesk_create_module(spec.name)
+    def create_module(self, found):
+        return _tesk_create_module(found.name)
 
     def exec_module(self, module):
         pass

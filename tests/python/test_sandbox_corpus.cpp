@@ -105,8 +105,8 @@ attempt const corpus[] = {
     {"extension module loaded by path", "import importlib.machinery, importlib.util, os, sysconfig\n"
                                         "path = os.path.join(sysconfig.get_path('platstdlib'), 'lib-dynload', "
                                         "'_ctypes_test' + importlib.machinery.EXTENSION_SUFFIXES[0])\n"
-                                        "spec = importlib.util.spec_from_file_location('_ctypes_test', path)\n"
-                                        "importlib.util.module_from_spec(spec)", A, A},
+                                        "found = importlib.util.spec_from_file_location('_ctypes_test', path)\n"
+                                        "importlib.util.module_from_spec(found)", A, A},
     // start a thread
     {"_thread.start_new_thread", "import _thread\n_thread.start_new_thread(int, ())", B, B},
     {"threading.Thread", "import threading\nt = threading.Thread(target=int)\nt.start()\nt.join()", A, B},
