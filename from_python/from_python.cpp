@@ -12,10 +12,12 @@
 #include "from_python/errors.h"
 #include "from_python/instance_test.h"
 #include "from_python/numbers.h"
-#include "from_python/proxies.h"
+#include "from_python/proxy_makers.h"
+#include "from_python/python_object.h"
 #include "from_python/text.h"
 #include "to_python/wrapper.h"
 #include "to_python/wrapper_bound_method.h"
+#include "to_python/python_to_host.h"
 
 namespace tesk::cpython {
 
@@ -23,10 +25,12 @@ namespace {
 
 // Whatever has no host value of its own, most specific proxy first.
 Any proxy_from_python(PyObject* object) {
-    if (PyDict_Check(object)) return mapping_proxy(object);
-    if (PySequence_Check(object)) return sequence_proxy(object);
-    if (PySet_Check(object)) return set_proxy(object); // not frozenset: that one is only iterable
-    if (PyObjectPtr iterator = PyObjectPtr::steal(PyObject_GetIter(object))) return iterable_proxy(object);
+    if (PyDict_Check(object)) return make_proxy(proxy_kind::mapping, object);
+    if (PySequence_Check(object)) return make_proxy(proxy_kind::sequence, object);
+    // Not frozenset: that one is only iterable.
+    if (PySet_Check(object)) return make_proxy(proxy_kind::set, object);
+    if (PyObjectPtr iterator = PyObjectPtr::steal(PyObject_GetIter(object)))
+        return make_proxy(proxy_kind::iterable, object);
     PyErr_Clear(); // not iterable
     return object_proxy(object);
 }
@@ -44,8 +48,8 @@ Any convert_in_order(PyObject* object) {
     // An object that cannot say whether it is an exception (its __class__
     // raises) is taken for one: it becomes an Error rather than a proxy.
     if (is_instance(object, PyExc_Exception, on_failure::match)) return error_from_exception(object);
-    if (PyType_Check(object)) return class_from_python_type(object);
-    if (PyCallable_Check(object)) return function_from_python_callable(object);
+    if (PyType_Check(object)) return make_proxy(proxy_kind::python_type, object);
+    if (PyCallable_Check(object)) return make_proxy(proxy_kind::callable, object);
     if (PyUnicode_Check(object)) return string_from_python(object);
     if (std::optional<Any> value = date_time_from_python(object)) return *value;
     return proxy_from_python(object);
@@ -59,11 +63,23 @@ Any convert(PyObject* object) {
     if (type == &PyBool_Type) return Boolean(object == Py_True);
     // The built-in containers skip the instance checks against the decimal
     // and date classes, each of which looks up `__class__` on a miss.
-    if (type == &PyTuple_Type || type == &PyList_Type) return sequence_proxy(object);
-    if (type == &PyDict_Type) return mapping_proxy(object);
-    if (type == &PySet_Type) return set_proxy(object);
+    if (type == &PyTuple_Type || type == &PyList_Type) return make_proxy(proxy_kind::sequence, object);
+    if (type == &PyDict_Type) return make_proxy(proxy_kind::mapping, object);
+    if (type == &PySet_Type) return make_proxy(proxy_kind::set, object);
     return convert_in_order(object);
 }
+
+// For the wrappers below this layer: a host proxy goes back to Python as
+// the object it holds.
+bool held_python_object(Any const& value, PyObject*& held) {
+    if (!is_python_object(value)) return false;
+    held = get_pyobj(value).release();
+    return true;
+}
+
+struct registration {
+    registration() noexcept { set_python_to_host({&from_python, &held_python_object}); }
+} const registered;
 
 } // namespace
 

@@ -1,5 +1,12 @@
 // CPythonObject: the host class whose instances stand for Python objects.
+//
+// An instance keeps the address of its Python object in the field `_pyobj`
+// (an Integer that owns one strong reference) and, when it was made inside a
+// sandboxed evaluation, that sandbox's level in `_sandbox`. Both are read and
+// written under the instance's own lock.
 #include "from_python/python_object.h"
+
+#include "from_python/python_object_members.h"
 
 #include <atomic>
 #include <mutex>
@@ -8,24 +15,34 @@ namespace tesk::cpython {
 
 namespace {
 
-// The field that holds the address of the Python object, as an Integer that
-// owns one strong reference.
 const meta_field_untyped pyobj_field{"$_pyobj"};
+const meta_field_untyped sandbox_field{"$_sandbox"};
+
+// What `_sandbox` holds: nothing for a proxy made outside any sandbox.
+std::int64_t sandbox_code(sandbox_level level) { return level == sandbox_level::strict ? 2 : 1; }
+std::optional<sandbox_level> sandbox_of(Any const& field) {
+    if (!Integer::test(field)) return std::nullopt;
+    switch (Integer::unsafe(field).value()) {
+    case 1: return sandbox_level::standard;
+    case 2: return sandbox_level::strict;
+    default: return std::nullopt;
+    }
+}
 
 // Published once the class exists; until then no instance can exist either,
 // so "is it a CPythonObject?" needs no class build.
 std::atomic<internal::object_value_class const*> class_record{nullptr};
-std::atomic<int> class_field_index{-1};
 
-// The instance gives up its Python object when the host drops it.
 void finalise(Any const& instance);
 
 void fill_class(class_builder_base& builder) {
     builder.bases({I_RuntimeOnly::getClass()})
         .doc(String("Proxy wrapper around of 'PyObject'."))
         .entry(entry_tag::instance_callback, {make_closure(&finalise)})
-        .entry(entry_tag::option, {Integer(10)})
-        .entry(entry_tag::fields, {field_builder_base(pyobj_field).type(Integer::getClass()).entry()});
+        .entry(entry_tag::option, {Integer(10)});
+    add_python_object_members(builder);
+    builder.entry(entry_tag::fields, {field_builder_base(pyobj_field).type(Integer::getClass()).entry(),
+                                      field_builder_base(sandbox_field).type(Integer::getClass()).entry()});
 }
 
 class_accessor cpython_object_accessor{"CPythonObject", &fill_class};
@@ -44,11 +61,12 @@ Any resolved(Any const& value) {
     return value;
 }
 
-// The instance record and the index of its `_pyobj` field, when `value` is a
+// The instance record and the indices of its two fields, when `value` is a
 // CPythonObject (or derived).
 struct pyobj_slot {
     internal::object_value_instance* instance = nullptr;
-    std::size_t index = 0;
+    std::size_t object = 0;
+    std::size_t sandbox = 0;
     explicit operator bool() const noexcept { return instance != nullptr; }
 };
 
@@ -57,14 +75,16 @@ pyobj_slot slot_of(Any const& value) {
     if (!base || value.kind() != Kind::Instance) return {};
     internal::object_value_class const* cls = value.get()->class_value();
     if (!cls || !cls->is_ancestor(base)) return {};
-    // Derived classes usually keep the field where the base put it; a class
-    // with several parents may not, so those look it up by name.
-    int index = cls == base ? class_field_index.load(std::memory_order_relaxed) : cls->find_field(pyobj_field);
-    if (index < 0) return {};
+    // Inherited fields come first, and the proxy classes add none of their
+    // own, so the two usually sit where the base put them; a class with
+    // several field-holding parents may have moved them.
+    int object = cls->find_field(pyobj_field);
+    int sandbox = cls->find_field(sandbox_field);
+    if (object < 0 || sandbox < 0) return {};
     // Instances are made mutable objects; the handle only sees them as const.
     auto* instance = const_cast<internal::object_value_instance*>(
         static_cast<internal::object_value_instance const*>(value.get()));
-    return {instance, static_cast<std::size_t>(index)};
+    return {instance, static_cast<std::size_t>(object), static_cast<std::size_t>(sandbox)};
 }
 
 PyObject* address_of(Any const& field) {
@@ -77,11 +97,34 @@ Any field_of(PyObject* object) {
     return Integer(static_cast<std::int64_t>(reinterpret_cast<std::intptr_t>(object)));
 }
 
-// Replaces the field's value and gives the one held before.
-Any exchange_field(pyobj_slot const& slot, Any value) {
+// What a proxy holds, read in one go.
+struct held_state {
+    PyObjectPtr object;
+    std::optional<sandbox_level> sandbox;
+};
+
+// The caller holds the interpreter lock: the reference is taken under the
+// instance lock, so that a concurrent set_pyobj cannot drop the object between
+// the read and the increment (taking the spinlock under the interpreter lock
+// is the allowed order).
+held_state read_held(Any const& value) {
+    Any target = resolved(value);
+    pyobj_slot slot = slot_of(target);
+    if (!slot) return {};
+    held_state held;
     std::lock_guard<spinlock> lock(slot.instance->lock());
-    if (slot.index >= slot.instance->fields.size()) return value; // nowhere to keep it
-    std::swap(slot.instance->fields[slot.index], value);
+    auto const& fields = slot.instance->fields;
+    if (slot.object < fields.size()) held.object = PyObjectPtr::borrow(address_of(fields[slot.object]));
+    if (slot.sandbox < fields.size()) held.sandbox = sandbox_of(fields[slot.sandbox]);
+    return held;
+}
+
+// Replaces a field's value and gives the one held before.
+Any exchange_field(pyobj_slot const& slot, std::size_t index, Any value) {
+    std::lock_guard<spinlock> lock(slot.instance->lock());
+    auto& fields = slot.instance->fields;
+    if (index >= fields.size()) return value; // nowhere to keep it
+    std::swap(fields[index], value);
     return value;
 }
 
@@ -89,37 +132,29 @@ void finalise(Any const& instance) {
     pyobj_slot slot = slot_of(instance);
     if (!slot) return;
     // Taken out rather than read, so the reference is dropped exactly once.
-    PyObject* object = address_of(exchange_field(slot, Any()));
-    if (object) PyObjectPtr::steal(object).reset(); // takes the interpreter lock
+    PyObject* object = address_of(exchange_field(slot, slot.object, Any()));
+    if (!object) return;
+    std::optional<sandbox_level> sandbox = sandbox_of(exchange_field(slot, slot.sandbox, Any()));
+    gil_guard gil;
+    // The last reference may run the object's __del__: under the sandbox the
+    // object was made in.
+    std::optional<sandbox_guard> guard;
+    if (sandbox) guard.emplace(*sandbox);
+    PyObjectPtr::steal(object).reset();
 }
 
 } // namespace
 
 Class_Generic cpython_object_class() {
     Class_Generic cls = cpython_object_accessor();
-    if (!class_record.load(std::memory_order_acquire) && cls.record()) {
-        class_field_index.store(cls.record()->find_field(pyobj_field), std::memory_order_relaxed);
+    if (!class_record.load(std::memory_order_acquire) && cls.record())
         class_record.store(cls.record(), std::memory_order_release);
-    }
     return cls;
 }
 
-bool is_python_object(Any const& value) {
-    return static_cast<bool>(slot_of(resolved(value)));
-}
+bool is_python_object(Any const& value) { return static_cast<bool>(slot_of(resolved(value))); }
 
-PyObjectPtr get_pyobj(Any const& value) {
-    Any target = resolved(value);
-    pyobj_slot slot = slot_of(target);
-    if (!slot) return {};
-    // The reference is taken under the instance lock, so that a concurrent
-    // set_pyobj cannot drop the object between the read and the increment
-    // (counting needs no interpreter call: taking the spinlock under the
-    // interpreter lock is the allowed order).
-    std::lock_guard<spinlock> lock(slot.instance->lock());
-    if (slot.index >= slot.instance->fields.size()) return {};
-    return PyObjectPtr::borrow(address_of(slot.instance->fields[slot.index]));
-}
+PyObjectPtr get_pyobj(Any const& value) { return read_held(value).object; }
 
 void set_pyobj(Any const& value, PyObject* object) {
     // Owned before anything else: resolving the value may give up the
@@ -128,7 +163,7 @@ void set_pyobj(Any const& value, PyObject* object) {
     Any target = resolved(value);
     pyobj_slot slot = slot_of(target);
     if (!slot) return;
-    Any previous = exchange_field(slot, field_of(owned.release()));
+    Any previous = exchange_field(slot, slot.object, field_of(owned.release()));
     // The previous holder of the field (or, when the field was missing, our own
     // new reference) is dropped after the instance lock is released.
     PyObjectPtr::steal(address_of(previous)).reset();
@@ -140,8 +175,20 @@ Any make_python_object(Class_Generic const& cls, PyObject* object) {
     gil_guard gil;
     Any instance = cls.allocateInstance();
     if (instance.isError()) return instance;
+    if (sandbox_active) {
+        if (pyobj_slot slot = slot_of(instance))
+            (void)exchange_field(slot, slot.sandbox, Integer(sandbox_code(active_sandbox_level)));
+    }
     set_pyobj(instance, object);
     return instance;
 }
+
+python_object_scope::python_object_scope(Any const& proxy) {
+    held_state held = read_held(proxy);
+    if (held.sandbox) sandbox_.emplace(*held.sandbox);
+    object_ = std::move(held.object);
+}
+
+Error null_object_error() { return Error(String("The object is null.")); }
 
 } // namespace tesk::cpython

@@ -1,10 +1,13 @@
-// CPythonObject: the host object that stands for a Python object.
+// CPythonObject: the host object that stands for a Python object, and the
+// base class of every proxy of a Python object.
 #pragma once
 
 #include "python/python_ref.h"
+#include "python/sandbox_guard.h"
 
 #include <tesk/tesk.h>
 
+#include <optional>
 #include <span>
 
 namespace tesk::cpython {
@@ -21,8 +24,35 @@ PyObjectPtr get_pyobj(Any const& value);
 // Stores `object` (a new strong reference) and drops the one held before.
 // The caller holds the interpreter lock.
 void set_pyobj(Any const& value, PyObject* object);
-// A new instance of `cls` (CPythonObject or derived) holding `object`.
+// A new instance of `cls` (CPythonObject or derived) holding `object`. A
+// proxy made while a sandboxed evaluation runs on this thread carries that
+// sandbox: whatever it later runs in Python runs under it.
 Any make_python_object(Class_Generic const& cls, PyObject* object);
+
+// The Python side of one operation on a proxy: the interpreter lock, the
+// proxy's Python object (a reference of our own) and, when the proxy carries
+// a sandbox, that sandbox for the current thread, all for the lifetime of the
+// scope. Every call into Python through a proxy goes through one.
+class python_object_scope {
+public:
+    explicit python_object_scope(Any const& proxy);
+    python_object_scope(python_object_scope const&) = delete;
+    python_object_scope& operator=(python_object_scope const&) = delete;
+
+    // Null when the proxy holds no object (or is no proxy).
+    PyObject* object() const noexcept { return object_.get(); }
+    explicit operator bool() const noexcept { return static_cast<bool>(object_); }
+
+private:
+    // Declared in this order so that the object is dropped inside the
+    // sandbox and under the lock.
+    gil_guard gil_;
+    std::optional<sandbox_guard> sandbox_;
+    PyObjectPtr object_;
+};
+
+// "The object is null.": what every operation on a proxy without an object gives.
+Error null_object_error();
 
 // Calls the Python method `name` of the held object with host arguments.
 Any call_method(Any const& value, char const* name, std::span<Any const> args = {});

@@ -11,6 +11,7 @@
 #include "python/python_text.h"
 #include "from_python/from_python.h"
 #include "from_python/errors.h"
+#include "language/evaluation_error.h"
 #include "language/code_cache.h"
 #include "language/evaluation_control.h"
 #include "to_python/to_python.h"

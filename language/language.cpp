@@ -8,7 +8,7 @@
 #include "language/module_lookup.h"
 #include "language/python_exit.h"
 #include "language/registration.h"
-#include "language/sandbox_guard.h"
+#include "python/sandbox_guard.h"
 #include "python/interpreter_start.h"
 
 #include <optional>

@@ -1,8 +1,9 @@
 # The extension's folders are layers, and an include may only go down:
-#   python/  <-  to_python/, from_python/  <-  language/  <-  extension/
-# (to_python/ and from_python/ may include each other: a call through a
-# wrapper converts both ways). Prints every include that goes up and fails
-# when there is one.
+#   python/ <- to_python/ <- from_python/ <- proxies/ <- language/ <- extension/
+# No two folders include each other: what a lower layer needs from a higher
+# one (the conversion of Python values for the wrappers, the proxy classes
+# for the conversion) is registered with it from above while the library
+# loads. Prints every include that goes up and fails when there is one.
 #
 # usage: check_include_layers.sh SOURCE_ROOT
 set -u
@@ -12,9 +13,11 @@ cd "$root" || exit 2
 rank() {
     case $1 in
     python) echo 0 ;;
-    to_python | from_python) echo 1 ;;
-    language) echo 2 ;;
-    extension) echo 3 ;;
+    to_python) echo 1 ;;
+    from_python) echo 2 ;;
+    proxies) echo 3 ;;
+    language) echo 4 ;;
+    extension) echo 5 ;;
     *) echo -1 ;;
     esac
 }
@@ -25,7 +28,7 @@ allowed=""
 
 violations=0
 files=0
-for folder in python to_python from_python language extension; do
+for folder in python to_python from_python proxies language extension; do
     [ -d "$folder" ] || continue
     own=$(rank "$folder")
     for file in "$folder"/*.h "$folder"/*.cpp; do

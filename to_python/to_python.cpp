@@ -5,8 +5,8 @@
 #include "to_python/to_python.h"
 
 #include "python/python_classes.h"
-#include "from_python/errors.h"
-#include "from_python/python_object.h"
+#include "to_python/host_errors.h"
+#include "to_python/python_to_host.h"
 #include "to_python/wrapper.h"
 
 namespace tesk::cpython {
@@ -152,14 +152,10 @@ PyObject* external_to_python(Any const& value) {
     return convert(loaded);
 }
 
-// A proxy of a Python object gives that very object back; a proxy that holds
-// none has no Python form (null without an exception).
-PyObject* python_object_to_python(Any const& proxy) {
-    return get_pyobj(proxy).release();
-}
-
 PyObject* instance_to_python(Any const& instance) {
-    if (is_python_object(instance)) return python_object_to_python(instance);
+    // A proxy of a Python object gives that very object back; a proxy that
+    // holds none has no Python form (null without an exception).
+    if (PyObject* held = nullptr; python_object_held_by(instance, held)) return held;
     if (instance.isError()) {
         raise_host_error(instance.error());
         return nullptr;

@@ -6,7 +6,7 @@
 #include "to_python/wrapper_slots.h"
 
 #include "python/slot_guard.h"
-#include "from_python/from_python.h"
+#include "to_python/python_to_host.h"
 #include "to_python/attribute_name.h"
 #include "to_python/signature_text.h"
 #include "to_python/slot_result.h"
@@ -185,7 +185,7 @@ PyObject* plain_attribute(Any const& value, String const& name) {
 
 int set_attribute(Any const& value, PyObject* pythonName, String const& name, PyObject* newValue) {
     // Deleting an attribute assigns none.
-    Any converted = from_python(newValue);
+    Any converted = python_to_host(newValue);
     if (auto property = property_of(value, name)) {
         if (property.value().setter().hasValue()) {
             Any result = internal::result_unwrap_lazy(property.value().set(value, converted));
@@ -262,7 +262,7 @@ int property_set(PyObject* self, PyObject* newValue, void* closure) noexcept {
             PyErr_Format(PyExc_AttributeError, "Attribute not found: %s.", name);
             return -1;
         }
-        Any result = internal::result_unwrap_lazy(property.value().set(value, from_python(newValue)));
+        Any result = internal::result_unwrap_lazy(property.value().set(value, python_to_host(newValue)));
         if (!result.isError()) return 0;
         PyErr_Format(PyExc_RuntimeError, "%s", result.error().message().c_str());
         return -1;

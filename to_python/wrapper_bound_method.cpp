@@ -6,7 +6,7 @@
 
 #include "python/python_once.h"
 #include "python/slot_guard.h"
-#include "from_python/from_python.h"
+#include "to_python/python_to_host.h"
 #include "to_python/slot_result.h"
 #include "to_python/wrapper.h"
 
@@ -56,7 +56,7 @@ PyObject* bound_method_call(PyObject* object, PyObject* args, PyObject* kwargs) 
         Py_ssize_t n = PyTuple_GET_SIZE(args);
         auto convert_into = [&](Any* out) {
             out[0] = r->self;
-            for (Py_ssize_t i = 0; i < n; ++i) out[i + 1] = from_python(PyTuple_GET_ITEM(args, i));
+            for (Py_ssize_t i = 0; i < n; ++i) out[i + 1] = python_to_host(PyTuple_GET_ITEM(args, i));
         };
         auto count = static_cast<std::size_t>(n + 1);
         if (n < inline_arguments) {

@@ -1,6 +1,6 @@
 // Calling a wrapper object calls the host callable it holds.
 #include "python/slot_guard.h"
-#include "from_python/from_python.h"
+#include "to_python/python_to_host.h"
 #include "to_python/slot_result.h"
 #include "to_python/to_python.h"
 #include "to_python/wrapper_record.h"
@@ -20,9 +20,9 @@ HashMap named_arguments(PyObject* kwargs) {
     PyObject* key = nullptr;
     PyObject* value = nullptr;
     while (PyDict_Next(kwargs, &pos, &key, &value)) {
-        Any name = from_python(key);
+        Any name = python_to_host(key);
         if (!String::test(name) || String::unsafe(name).isEmpty()) continue;
-        (void)named.set(name, from_python(value));
+        (void)named.set(name, python_to_host(value));
     }
     return named;
 }
@@ -35,12 +35,12 @@ template <class Call> Any call_positional(Call const& call, PyObject* args) {
     Py_ssize_t n = args ? PyTuple_GET_SIZE(args) : 0;
     if (n <= inline_arguments) {
         std::array<Any, inline_arguments> converted;
-        for (Py_ssize_t i = 0; i < n; ++i) converted[i] = from_python(PyTuple_GET_ITEM(args, i));
+        for (Py_ssize_t i = 0; i < n; ++i) converted[i] = python_to_host(PyTuple_GET_ITEM(args, i));
         return call(std::span<Any const>(converted.data(), static_cast<std::size_t>(n)));
     }
     std::vector<Any> converted;
     converted.reserve(static_cast<std::size_t>(n));
-    for (Py_ssize_t i = 0; i < n; ++i) converted.push_back(from_python(PyTuple_GET_ITEM(args, i)));
+    for (Py_ssize_t i = 0; i < n; ++i) converted.push_back(python_to_host(PyTuple_GET_ITEM(args, i)));
     return call(std::span<Any const>(converted));
 }
 

@@ -5,7 +5,7 @@
 #include "to_python/wrapper_protocol_slots.h"
 
 #include "python/slot_guard.h"
-#include "from_python/from_python.h"
+#include "to_python/python_to_host.h"
 #include "to_python/slot_result.h"
 #include "to_python/to_python.h"
 #include "to_python/wrapper.h"
@@ -46,11 +46,11 @@ PyObject* slice_of(I_Sequence_Generic const& sequence, PyObject* slice) {
 
 PyObject* subscript(PyObject* self, PyObject* key) {
     Any const* held = is_wrapper(self);
-    if (!held) return raise_key_error(from_python(key));
+    if (!held) return raise_key_error(python_to_host(key));
     Any value = internal::unwrap(*held);
     if (value.isError()) return slot_result(value);
     if (I_Map_Generic::test(value)) {
-        Any hostKey = from_python(key);
+        Any hostKey = python_to_host(key);
         if (!I_Immutable::test(hostKey)) return raise_key_error(hostKey);
         Any found = internal::result_unwrap_lazy(I_Map_Generic::unsafe(value).get(hostKey));
         // A missing key is Python's KeyError, not the host's message.
@@ -60,23 +60,23 @@ PyObject* subscript(PyObject* self, PyObject* key) {
     if (I_Sequence_Generic::test(value)) {
         I_Sequence_Generic sequence = I_Sequence_Generic::unsafe(value);
         if (Py_IS_TYPE(key, &PySlice_Type)) return slice_of(sequence, key);
-        Any index = from_python(key);
+        Any index = python_to_host(key);
         if (!Integer::test(index)) return raise_key_error(index);
         // Negative indices go to the host as they are.
         return slot_result(sequence.at(Integer::unsafe(index).value()));
     }
-    return raise_key_error(from_python(key));
+    return raise_key_error(python_to_host(key));
 }
 
 int assign_subscript(PyObject* self, PyObject* key, PyObject* item) {
-    Any hostKey = from_python(key);
+    Any hostKey = python_to_host(key);
     Any const* held = is_wrapper(self);
     if (!held) {
         raise_key_error(hostKey);
         return -1;
     }
     Any value = internal::unwrap(*held);
-    if (item) return slot_status(call_named(value, I_MutableSequence_Generic::$set, {hostKey, from_python(item)}));
+    if (item) return slot_status(call_named(value, I_MutableSequence_Generic::$set, {hostKey, python_to_host(item)}));
     bool isMap = I_Map_Generic::test(value);
     return slot_status(call_named(value, isMap ? I_MutableMap_Generic::$remove : I_MutableSequence_Generic::$removeAt,
                                   {hostKey}));
@@ -120,7 +120,7 @@ int tesk_sequence_assign_item(PyObject* self, Py_ssize_t index, PyObject* item) 
         }
         Any value = internal::unwrap(*held);
         Integer position(static_cast<std::int64_t>(index));
-        if (item) return slot_status(call_named(value, I_MutableSequence_Generic::$set, {position, from_python(item)}));
+        if (item) return slot_status(call_named(value, I_MutableSequence_Generic::$set, {position, python_to_host(item)}));
         return slot_status(call_named(value, I_MutableSequence_Generic::$removeAt, {position}));
     });
 }
@@ -130,7 +130,7 @@ int tesk_contains(PyObject* self, PyObject* item) noexcept {
         Any const* held = is_wrapper(self);
         if (!held) return 0;
         Any value = internal::unwrap(*held);
-        Any found = internal::result_unwrap_lazy(call_named(value, I_Iterable_Generic::$contains, {from_python(item)}));
+        Any found = internal::result_unwrap_lazy(call_named(value, I_Iterable_Generic::$contains, {python_to_host(item)}));
         if (found.isError()) return slot_status(found);
         return Boolean::from(found).value() ? 1 : 0;
     });

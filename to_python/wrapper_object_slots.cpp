@@ -1,6 +1,6 @@
 // Lifetime, text, hash and comparison of wrapper objects.
 #include "python/slot_guard.h"
-#include "from_python/from_python.h"
+#include "to_python/python_to_host.h"
 #include "to_python/slot_result.h"
 #include "to_python/wrapper_record.h"
 #include "to_python/wrapper_slots.h"
@@ -48,7 +48,7 @@ Py_hash_t wrapper_hash(PyObject* self) noexcept {
 
 PyObject* wrapper_richcompare(PyObject* self, PyObject* other, int op) noexcept {
     return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
-        Ordering order = compare_objects(*held_value(self), from_python(other));
+        Ordering order = compare_objects(*held_value(self), python_to_host(other));
         if (!order.isComparable()) return Py_NewRef(op == Py_NE ? Py_True : Py_False);
         int v = order.value();
         bool result = false;

@@ -3,7 +3,7 @@
 #include "to_python/wrapper_protocol_slots.h"
 
 #include "python/slot_guard.h"
-#include "from_python/from_python.h"
+#include "to_python/python_to_host.h"
 #include "to_python/slot_result.h"
 #include "to_python/to_python.h"
 #include "to_python/wrapper.h"
@@ -34,7 +34,7 @@ PyObject* apply(operator_method const& op, PyObject* self, std::initializer_list
 }
 
 PyObject* binary(operator_method const& op, PyObject* self, PyObject* other) noexcept {
-    return guarded_slot<PyObject*>(nullptr, [&] { return apply(op, self, {from_python(other)}); });
+    return guarded_slot<PyObject*>(nullptr, [&] { return apply(op, self, {python_to_host(other)}); });
 }
 
 PyObject* repeat(operator_method const& op, PyObject* self, Py_ssize_t count) noexcept {

@@ -3,7 +3,7 @@
 // PermissionError inside the Python code; the guard nests and restores what
 // it changed; the flag belongs to one thread.
 #include "language/code_compiler.h"
-#include "language/sandbox_guard.h"
+#include "python/sandbox_guard.h"
 #include "language_test_support.h"
 
 #include <fcntl.h>

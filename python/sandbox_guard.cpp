@@ -1,5 +1,5 @@
 // The scope of a sandboxed evaluation.
-#include "language/sandbox_guard.h"
+#include "python/sandbox_guard.h"
 
 #include "python/interpreter_start.h"
 
@@ -9,10 +9,12 @@ namespace tesk::cpython {
 // here it only makes sure the lock below has an interpreter to take.
 sandbox_guard::interpreter_started::interpreter_started() noexcept { (void)ensure_interpreter(); }
 
-sandbox_guard::sandbox_guard() noexcept : savedActive_(sandbox_active), savedLevel_(active_sandbox_level) {
+sandbox_guard::sandbox_guard() noexcept : sandbox_guard(configured_sandbox_level.load()) {}
+
+sandbox_guard::sandbox_guard(sandbox_level level) noexcept
+    : savedActive_(sandbox_active), savedLevel_(active_sandbox_level) {
     // A nested guard never loosens what an enclosing one set.
-    bool const strict = (savedActive_ && savedLevel_ == sandbox_level::strict) ||
-                        configured_sandbox_level.load() == sandbox_level::strict;
+    bool const strict = (savedActive_ && savedLevel_ == sandbox_level::strict) || level == sandbox_level::strict;
     // Process-wide: while any guard is alive, no thread writes byte code.
     savedDontWriteBytecode_ = PyObjectPtr::borrow(PySys_GetObject("dont_write_bytecode"));
     (void)PySys_SetObject("dont_write_bytecode", Py_True);

@@ -3,7 +3,7 @@
 
 #include "python/python_ref.h"
 #include "python/sandbox_state.h"
-#include "language/sandbox_replacements.h"
+#include "python/sandbox_replacements.h"
 
 #include <optional>
 
@@ -17,7 +17,10 @@ namespace tesk::cpython {
 // strict (a nested guard never loosens the sandbox).
 class sandbox_guard {
 public:
+    // At the level the host configured.
     sandbox_guard() noexcept;
+    // At a level carried by a value that a sandboxed evaluation made.
+    explicit sandbox_guard(sandbox_level level) noexcept;
     ~sandbox_guard();
     sandbox_guard(sandbox_guard const&) = delete;
     sandbox_guard& operator=(sandbox_guard const&) = delete;

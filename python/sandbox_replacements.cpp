@@ -1,5 +1,5 @@
 // The strict level's replaced functions.
-#include "language/sandbox_replacements.h"
+#include "python/sandbox_replacements.h"
 
 #include "python/python_ref.h"
 #include "python/sandbox_state.h"

@@ -1,0 +1,34 @@
+// What the host-to-Python side needs of the other direction: wrappers turn
+// Python arguments and assigned values into host values, and a host proxy
+// of a Python object goes back to Python as the object it holds. Both live
+// in the layer above (from_python/), which registers them while the library
+// loads, so that this layer does not depend on it.
+#pragma once
+
+#include "python/python_ref.h"
+
+#include <tesk/tesk.h>
+
+namespace tesk::cpython {
+
+struct python_to_host_functions {
+    // A Python object (borrowed, may be null) as a host value; a failure is an
+    // Any holding an Error. Takes the interpreter lock itself.
+    Any (*convert)(PyObject* object) = nullptr;
+    // When `value` is a host proxy of a Python object: true, with `held` set
+    // to a new reference to that object (null when it holds none). The caller
+    // holds the interpreter lock.
+    bool (*held_object)(Any const& value, PyObject*& held) = nullptr;
+};
+
+// Called once, while the library loads.
+void set_python_to_host(python_to_host_functions const& functions) noexcept;
+
+// The registered conversion; before the registration, every object converts
+// to an Error.
+Any python_to_host(PyObject* object);
+
+// The registered proxy test; before the registration, nothing is a proxy.
+bool python_object_held_by(Any const& value, PyObject*& held);
+
+} // namespace tesk::cpython
