@@ -1,0 +1,28 @@
+// What the proxies of Python objects share: a forwarded method's result as
+// the host type a member promises, and new proxy instances.
+#pragma once
+
+#include "python/python_ref.h"
+
+#include <tesk/tesk.h>
+
+namespace tesk::cpython {
+
+// A forwarded result as T: the value, or an error or deferred result passed
+// on unchanged; anything else gives the host's cast error.
+template <class T> Result<T> forwarded_as(Any const& result) {
+    if (result.isError() || result.isComputed() || T::test(result)) return Result<T>(result);
+    return result_error_cast_source(result, T::getClass());
+}
+
+// A forwarded call whose value is dropped: its error, or none.
+inline Result<None> forwarded_none(Any const& result) {
+    Any resolved = internal::result_unwrap_lazy(result);
+    return resolved.isError() ? Result<None>(resolved) : Result<None>();
+}
+
+// A new instance of the proxy class `cls` holding `object` (borrowed). The
+// caller holds the interpreter lock.
+Any new_proxy(Class_Generic const& cls, PyObject* object);
+
+} // namespace tesk::cpython
