@@ -15,9 +15,9 @@ Result<String> python_value_to_code(Any const& value) {
         // Only a proxy made before the interpreter ran (one that holds no
         // object) finds it stopped; it has nothing to show but the host's form.
         if (is_python_object(value) && Py_IsInitialized()) {
-            gil_guard gil;
-            if (PyObjectPtr object = get_pyobj(value)) {
-                PyObjectPtr repr = PyObjectPtr::steal(PyObject_Repr(object.get()));
+            // Under the sandbox the proxy carries: repr() runs the object's code.
+            if (python_object_scope scope(value); scope) {
+                PyObjectPtr repr = PyObjectPtr::steal(PyObject_Repr(scope.object()));
                 Py_ssize_t size = 0;
                 char const* text = repr ? PyUnicode_AsUTF8AndSize(repr.get(), &size) : nullptr;
                 if (text != nullptr) return String::fromUtf8(text, static_cast<std::size_t>(size));

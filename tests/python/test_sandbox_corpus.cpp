@@ -4,6 +4,8 @@
 // that any change of behaviour shows up here.
 #include "language_test_support.h"
 
+#include "from_python/python_object.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -281,6 +283,67 @@ TEST_F(SandboxCorpus, FinalisersRunAfterTheGuardUnsandboxed) {
         EXPECT_FALSE(fs::exists(written)) << level;
         EXPECT_TRUE(evaluate("import gc\ngc.collect()").isNone());
         EXPECT_TRUE(fs::exists(written)) << level;
+    }
+    std::error_code ignored;
+    fs::remove_all(dir, ignored);
+}
+
+
+TEST_F(SandboxCorpus, ReturnedObjectsRunUnderTheirSandbox) {
+    // An object that a sandboxed evaluation returns keeps its sandbox: the
+    // host printing it, reading and writing its attributes, calling its
+    // methods, comparing it or dropping it runs its code under that sandbox.
+    // Each attempt writes a file of its own name; without the sandbox (the
+    // control) every one of them is written.
+    std::string pattern = (fs::temp_directory_path() / "brimora-corpus-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    fs::path const dir = pattern;
+    char const* const routes[] = {"repr", "str", "get", "set", "call", "lt", "del"};
+    // The class gets a namespace of its own, so that no cycle through the
+    // evaluation's globals keeps the instances alive past their last proxy.
+    String const code("namespace = {'d': d}\n"
+                      "exec('''\n"
+                      "class Sneaky:\n"
+                      "    def touch(self, what):\n"
+                      "        open(d + '/' + what, 'w').close()\n"
+                      "        return what\n"
+                      "    def __repr__(self): return self.touch('repr')\n"
+                      "    def __str__(self): return self.touch('str')\n"
+                      "    @property\n"
+                      "    def value(self): return self.touch('get')\n"
+                      "    @value.setter\n"
+                      "    def value(self, v): self.touch('set')\n"
+                      "    def call(self): return self.touch('call')\n"
+                      "    def __lt__(self, other): return self.touch('lt') == ''\n"
+                      "    def __del__(self): self.touch('del')\n"
+                      "''', namespace)\n"
+                      "first = namespace['Sneaky']()\n"
+                      "second = namespace['Sneaky']()\n");
+    for (char const* level : {"none", "standard", "strict"}) {
+        fs::path const sub = dir / level;
+        fs::create_directory(sub);
+        bool const sandboxed = std::string(level) != "none";
+        if (sandboxed) {
+            ASSERT_FALSE(set_level(level).isError());
+        }
+        {
+            HashMap made = map_of({{"first", Any()}, {"second", Any()}});
+            Any scope = scope_of(map_of({{"d", String(sub.string())}}), Any(), made);
+            Any result = call_language(sandboxed ? "evaluateInSandbox" : "evaluate", {code, scope});
+            ASSERT_TRUE(result.isNone()) << display(result).toUtf8();
+            Any first = made.find(String("first"));
+            Any second = made.find(String("second"));
+            ASSERT_TRUE(is_python_object(first));
+            (void)call_language("toCode", {first});
+            (void)display(first);
+            (void)first.propertyValue(String("value"));
+            (void)first.setPropertyValue(String("value"), Integer(1));
+            (void)first.callMethod(String("call"));
+            (void)compare_objects(first, second);
+        }
+        EXPECT_FALSE(python_error_pending());
+        for (char const* route : routes)
+            EXPECT_EQ(fs::exists(sub / route), !sandboxed) << level << ": " << route;
     }
     std::error_code ignored;
     fs::remove_all(dir, ignored);
