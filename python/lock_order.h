@@ -58,14 +58,15 @@
 //   python_once, read lock-free afterwards.
 // - Wrapper type cache (to_python/wrapper_type.cpp): the base wrapper type,
 //   built under a python_once.
-// - Exception type registry (from_python/errors.cpp; a spinlock): host error
+// - Exception type registry (to_python/host_errors.cpp; a spinlock): host error
 //   classes to generated Python exception types and back. Taken under the
 //   interpreter lock or without it; the type is made outside the lock, and a
 //   type made in vain is dropped after the lock is released.
-// - CPythonObject's lock (the instance's object lock): its `_pyobj` field.
-//   Read (with a reference taken) and swapped under it; the old value is
-//   dropped after it (rule 2). Taken under the interpreter lock when a
-//   reference is taken.
+// - CPythonObject's lock (the instance's object lock): its `_pyobj` and
+//   `_sandbox` fields. Read together (with a reference taken) and swapped
+//   under it; the old value is dropped after it (rule 2), inside the sandbox
+//   the proxy carries. Taken under the interpreter lock when a reference is
+//   taken.
 // - Pending search paths (extension/sys_path.h, sys_path_queue; a std::mutex):
 //   the paths queued before the interpreter runs and whether the start-up has
 //   taken them. A leaf: taken with or without the interpreter lock, and no
