@@ -7,8 +7,12 @@
 // g_hierarchy_lock, taken before it, makes the cycle check and the swap of a
 // parent edit one step across classes. Neither is held while a value is
 // released or while the old table is reclaimed.
+#include "builtin_classes.h"
 #include "class_internal.h"
 #include "module_changes.h"
+
+#include "tesk/class_draft.h"
+#include "tesk/module.h"
 
 #include <memory>
 #include <mutex>
@@ -19,6 +23,16 @@ namespace internal {
 namespace {
 
 spinlock g_hierarchy_lock;
+std::atomic<std::uint64_t> g_publications{0};
+
+// Evaluations derive what they bind from the modules and the classes that
+// belong to them (declared in a module, or a module's own class); edits of
+// any other class (proxies, classes made for Python types) concern nobody
+// that keeps a derived table.
+bool belongs_to_module(object_value_class const* cls) {
+    if (cls->is_ancestor(builtin_class(builtin::module))) return true;
+    return Module::test(cls->declaring_context_value());
+}
 
 // Swaps in a copy of the table of `cls` changed by `change`, under the
 // record's lock. Gives the old table, or nullptr when `change` declined (returned false).
@@ -31,6 +45,7 @@ template <class Change> class_table const* swap_table(object_value_class const* 
     class_table const* published = fresh.release();
     slot.store(published, std::memory_order_seq_cst);
     class_record_access::refresh_cached_words(cls, *published);
+    count_publication();
     return old;
 }
 
@@ -44,7 +59,7 @@ void mark_stale(object_value_class const* edited) {
 void finish_edit(object_value_class const* cls, class_table const* old) {
     if (!old) return;
     mark_stale(cls);
-    note_modules_changed();
+    if (belongs_to_module(cls)) note_modules_changed();
     retire(old);
     reclaim();
 }
@@ -57,6 +72,25 @@ template <class Change> void edit_table(object_value_class const* cls, Change&& 
 }
 
 } // namespace
+
+bool link_parent(class_table& table, object_value_class const* parent) {
+    if (parent == any_record()) return false;
+    for (auto const* known : table.parents)
+        if (known->is_ancestor(parent)) return false;
+    table.parents.push_back(parent);
+    table.traits |= parent->traits() & ~traits::interface;
+    if (!table.factory) table.factory = read_table(parent, [](class_table const& t) { return t.factory; });
+    return true;
+}
+
+void give_default_factory(class_table& table) {
+    if (!table.factory && (table.traits & traits::interface) == 0) table.factory = make_plain_instance;
+}
+
+void count_publication() noexcept { g_publications.fetch_add(1, std::memory_order_relaxed); }
+
+std::uint64_t class_publication_count() noexcept { return g_publications.load(std::memory_order_relaxed); }
+
 } // namespace internal
 
 using internal::class_table;
@@ -80,10 +114,8 @@ void add_parent_unsafe(Class_Generic const& cls, Class_Generic const& parent) {
         std::lock_guard guard(internal::g_hierarchy_lock);
         old = internal::swap_table(record, [&](class_table& t) {
             if (p->is_ancestor(record)) return false; // a cycle would make lookups endless
-            t.parents.push_back(p);
-            t.traits |= p->traits() & ~traits::interface;
-            if (!t.factory && (t.traits & traits::interface) == 0)
-                t.factory = internal::read_table(p, [](class_table const& pt) { return pt.factory; });
+            if (!internal::link_parent(t, p)) return false;
+            internal::give_default_factory(t);
             return true;
         });
     }
@@ -126,6 +158,28 @@ void set_coercion_unsafe(Class_Generic const& cls, internal::coercion_function c
 void set_finalizer_unsafe(Class_Generic const& cls, Any const& finalizer) {
     Any displaced = finalizer;
     internal::edit_table(cls.record(), [&](class_table& t) { std::swap(t.finalizer, displaced); });
+}
+
+} // namespace tesk
+
+namespace tesk {
+
+void set_call_operator_unsafe(Class_Generic const& cls, I_Callable_Generic const& call) {
+    Any displaced = call;
+    internal::edit_table(cls.record(), [&](class_table& t) { std::swap(t.call_operator, displaced); });
+}
+
+void add_traits_unsafe(Class_Generic const& cls, std::uint64_t traits) {
+    internal::edit_table(cls.record(), [&](class_table& t) { t.traits |= traits; });
+}
+
+void set_instance_factory_unsafe(Class_Generic const& cls, internal::instance_factory factory) {
+    internal::edit_table(cls.record(), [&](class_table& t) { t.factory = factory; });
+}
+
+void set_declaring_context_unsafe(Class_Generic const& cls, Any const& context) {
+    Any displaced = context;
+    internal::edit_table(cls.record(), [&](class_table& t) { std::swap(t.declaring_context, displaced); });
 }
 
 } // namespace tesk

@@ -69,6 +69,17 @@ template <class F> auto read_table(object_value_class const* cls, F&& read) {
     return read(table_of(cls));
 }
 
+// Adds `parent` to a table that is being filled or copied, with the traits
+// it passes down (all but "interface") and, when the table has none yet, its
+// instance factory. False (nothing added) for "Any", the root of every
+// class, and for a parent that one already listed has among its ancestors.
+bool link_parent(class_table& table, object_value_class const* parent);
+// The plain instance factory for a class that is no interface and has none.
+void give_default_factory(class_table& table);
+
+// Counts a table made visible to other threads (class_publication_count).
+void count_publication() noexcept;
+
 // Calls a member callable for `self`: an independent callable gets the
 // arguments alone, any other one the receiver first.
 Any call_member(Any const& callable, Any const& self, std::span<Any const> args);

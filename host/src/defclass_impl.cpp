@@ -27,11 +27,7 @@ struct class_plan {
 
 bool add_parent(class_table& record, Any const& parent) {
     if (!Class_Generic::test(parent)) return false;
-    auto const* p = Class_Generic::unsafe(parent).record();
-    if (p == internal::any_record()) return true;
-    for (auto const* known : record.parents)
-        if (known->is_ancestor(p)) return true;
-    record.parents.push_back(p);
+    (void)internal::link_parent(record, Class_Generic::unsafe(parent).record());
     return true;
 }
 
@@ -123,15 +119,6 @@ Any apply_entry(class_table& record, class_plan& plan, std::size_t index, std::v
     }
 }
 
-// Traits and the instance factory come from the parents.
-void inherit(class_table& record) {
-    for (auto const* p : record.parents) {
-        record.traits |= p->traits() & ~traits::interface;
-        if (!record.factory) record.factory = internal::read_table(p, [](class_table const& t) { return t.factory; });
-    }
-    if (!record.factory && (record.traits & traits::interface) == 0) record.factory = internal::make_plain_instance;
-}
-
 } // namespace
 
 Result<Class_Generic> defclass_impl(List const& entries) {
@@ -151,7 +138,7 @@ Result<Class_Generic> defclass_impl(List const& entries) {
             if (!e) return malformed(i, "an entry is a list");
             if (Any r = apply_entry(*table, plan, i, e.value().copyItems()); r.isError()) return r;
         }
-        inherit(*table);
+        internal::give_default_factory(*table);
         if (!plan.module_name.isEmpty()) {
             module = get_module(plan.module_name);
             if (module.isError()) return module;
@@ -167,6 +154,7 @@ Result<Class_Generic> defclass_impl(List const& entries) {
     }
 
     register_type(cls); // a new class is nobody's ancestor yet: no cached view is stale
+    internal::count_publication();
     if (module.is<Module>()) module.as<Module>().addClass(name, cls);
     return cls;
 }

@@ -5,6 +5,7 @@
 #include "tesk/builder.h"
 #include "tesk/callable.h"
 #include "tesk/class.h"
+#include "tesk/class_draft.h"
 #include "tesk/containers.h"
 #include "tesk/error.h"
 #include "tesk/language.h"
