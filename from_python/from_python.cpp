@@ -14,6 +14,7 @@
 #include "from_python/numbers.h"
 #include "from_python/proxy_makers.h"
 #include "from_python/python_object.h"
+#include "from_python/python_type_class.h"
 #include "from_python/text.h"
 #include "to_python/wrapper.h"
 #include "to_python/wrapper_bound_method.h"
@@ -48,7 +49,7 @@ Any convert_in_order(PyObject* object) {
     // An object that cannot say whether it is an exception (its __class__
     // raises) is taken for one: it becomes an Error rather than a proxy.
     if (is_instance(object, PyExc_Exception, on_failure::match)) return error_from_exception(object);
-    if (PyType_Check(object)) return make_proxy(proxy_kind::python_type, object);
+    if (PyType_Check(object)) return host_class_for_python_type(object);
     if (PyCallable_Check(object)) return make_proxy(proxy_kind::callable, object);
     if (PyUnicode_Check(object)) return string_from_python(object);
     if (std::optional<Any> value = date_time_from_python(object)) return *value;
@@ -70,8 +71,12 @@ Any convert(PyObject* object) {
 }
 
 // For the wrappers below this layer: a host proxy goes back to Python as
-// the object it holds.
+// the object it holds, and a host class made for a Python type as that type.
 bool held_python_object(Any const& value, PyObject*& held) {
+    if (PyObject* type = python_type_of_class(value)) {
+        held = Py_NewRef(type);
+        return true;
+    }
     if (!is_python_object(value)) return false;
     held = get_pyobj(value).release();
     return true;

@@ -1,7 +1,7 @@
 // Python objects that have no host value of their own become host proxies.
 //
-// The proxy classes (functions, mappings, sequences, sets, iterables, and the
-// host classes made for Python types) live in the layers above, which
+// The proxy classes (functions, mappings, sequences, sets, iterables) live in
+// the layer above, which
 // register a maker for their kind while the library loads. A kind without a
 // maker gives a plain CPythonObject.
 #pragma once
@@ -12,7 +12,7 @@
 
 namespace tesk::cpython {
 
-enum class proxy_kind { python_type, callable, mapping, sequence, set, iterable, count_ };
+enum class proxy_kind { callable, mapping, sequence, set, iterable, count_ };
 
 // Makes the proxy of `object` (borrowed); the caller holds the interpreter lock.
 using proxy_maker = Any (*)(PyObject* object);

@@ -3,6 +3,7 @@
 // carrying the Error itself so that the very same object comes back.
 #include "to_python/host_errors.h"
 
+#include "to_python/python_to_host.h"
 #include "to_python/wrapper.h"
 
 #include <mutex>
@@ -52,9 +53,11 @@ void raise_host_error(Error const& error) {
         PyErr_SetString(PyExc_RuntimeError, message.c_str());
         return;
     }
-    PyObjectPtr noArguments = PyObjectPtr::steal(PyTuple_New(0));
-    PyObjectPtr instance = noArguments ? PyObjectPtr::steal(PyObject_Call(type, noArguments.get(), nullptr))
-                                       : PyObjectPtr();
+    // Made with the message as its argument, so that str() and args say what
+    // the error says, whatever its class.
+    PyObjectPtr text = PyObjectPtr::steal(
+        PyUnicode_DecodeUTF8(message.data(), static_cast<Py_ssize_t>(message.size()), "replace"));
+    PyObjectPtr instance = text ? PyObjectPtr::steal(PyObject_CallOneArg(type, text.get())) : PyObjectPtr();
     PyObjectPtr carried = instance ? PyObjectPtr::steal(new_wrapper(error)) : PyObjectPtr();
     if (!carried || PyObject_SetAttrString(instance.get(), "tesk", carried.get()) < 0) {
         // Without the carried error, the message is what is left to pass on.
@@ -68,6 +71,12 @@ void raise_host_error(Error const& error) {
 PyObject* python_exception_type_for(Class_Generic const& errorClass) {
     if (errorClass.isSame(StopIteration::getClass())) return PyExc_StopIteration;
     if (errorClass.isSame(Error::getClass())) return PyExc_RuntimeError;
+    // An error class made for a Python exception type is that type again.
+    // Such classes live for the process, and with them their types.
+    if (PyObject* held = nullptr; python_object_held_by(errorClass, held) && held) {
+        PyObjectPtr type = PyObjectPtr::steal(held);
+        if (PyExceptionClass_Check(type.get())) return type.get();
+    }
     exception_type_registry& r = registry();
     {
         std::lock_guard<spinlock> guard(r.lock);

@@ -15,9 +15,9 @@ struct python_to_host_functions {
     // A Python object (borrowed, may be null) as a host value; a failure is an
     // Any holding an Error. Takes the interpreter lock itself.
     Any (*convert)(PyObject* object) = nullptr;
-    // When `value` is a host proxy of a Python object: true, with `held` set
-    // to a new reference to that object (null when it holds none). The caller
-    // holds the interpreter lock.
+    // When `value` is a host proxy of a Python object (or the host class made
+    // for a Python type): true, with `held` set to a new reference to that
+    // object (null when it holds none). The caller holds the interpreter lock.
     bool (*held_object)(Any const& value, PyObject*& held) = nullptr;
 };
 

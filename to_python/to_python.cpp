@@ -163,6 +163,12 @@ PyObject* instance_to_python(Any const& instance) {
     return new_wrapper(instance);
 }
 
+// A class made for a Python type is that type again; any other class is wrapped.
+PyObject* class_to_python(Any const& cls) {
+    if (PyObject* held = nullptr; python_object_held_by(cls, held)) return held;
+    return new_wrapper(cls);
+}
+
 PyObject* convert(Any const& value) {
     switch (value.kind()) {
     case Kind::None: return Py_NewRef(Py_None);
@@ -179,9 +185,9 @@ PyObject* convert(Any const& value) {
     case Kind::DateTime: return datetime_to_python(DateTime::unsafe(value));
     case Kind::External: return external_to_python(value);
     case Kind::Instance: return instance_to_python(value);
-    // Classes (including, until they get their own form, classes made from
-    // Python types), lists, maps, sets, callables, deferred values, weak
-    // references and the rest reach Python as wrappers.
+    case Kind::Class: return class_to_python(value);
+    // Lists, maps, sets, callables, deferred values, weak references and the
+    // rest reach Python as wrappers.
     default: return new_wrapper(value);
     }
 }

@@ -123,9 +123,10 @@ TEST(HostErrors, DerivedErrorsGetTheirOwnRuntimeErrorType) {
     Error original = Error::ofClass(failure_class(), "boom");
     EvaluationScope scope = scope_of(map_of({{"fail", failing_callable(original)}}));
     Any names = evaluate("try:\n    fail()\nexcept RuntimeError as e:\n"
-                         "    return [type(e).__module__, type(e).__name__, str(e), issubclass(type(e), RuntimeError)]",
+                         "    return [type(e).__module__, type(e).__name__, str(e), e.args, issubclass(type(e), RuntimeError)]",
                          scope);
-    EXPECT_EQ(string_of(call_language("toCode", {names})), "['tesk', 'H4TestFailure', '', True]");
+    // The message is the exception's text and its one argument, as for a plain Error.
+    EXPECT_EQ(string_of(call_language("toCode", {names})), "['tesk', 'H4TestFailure', 'boom', ('boom',), True]");
     // One type per host class.
     Any same = evaluate("types = set()\nfor _ in range(3):\n    try:\n        fail()\n"
                         "    except RuntimeError as e:\n        types.add(type(e))\nreturn len(types)",
