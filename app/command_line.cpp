@@ -13,6 +13,7 @@ constexpr std::string_view usage = R"(usage: brimora expr EXPRESSION [options]
        brimora eval BLOCK [options]
        brimora eval -f FILE [options]
        brimora run [--extension PATH] FILE [ARGS...]
+       brimora modules [--all] [--extension PATH] [NAME]
 Try 'brimora --help' for more information.
 )";
 
@@ -22,6 +23,7 @@ usage: brimora expr EXPRESSION [options]
        brimora eval BLOCK [options]
        brimora eval -f FILE [options]
        brimora run [--extension PATH] FILE [ARGS...]
+       brimora modules [--all] [--extension PATH] [NAME]
        brimora --help
 
 Commands:
@@ -35,6 +37,11 @@ Commands:
                      input); the exit status is the script's (sys.exit), 1
                      after an uncaught exception, whose traceback goes to
                      standard error
+  modules [NAME]     list the host modules (name and the first line of its
+                     doc), or the classes and functions of the module NAME
+                     with their signatures; --all first exports every
+                     importable Python module under python. (once), showing
+                     its progress on standard error
 
 Options:
   -f, --file FILE      read the code from FILE instead of the command line
@@ -249,6 +256,33 @@ CommandLine parse_script_run(std::span<char const* const> arguments) {
     return run;
 }
 
+// Reads `modules [--all] [--extension PATH] [NAME]`.
+CommandLine parse_module_listing(std::span<char const* const> arguments) {
+    ModuleListing listing;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        std::string_view argument = arguments[i];
+        if (argument == "--all") {
+            listing.all = true;
+        } else if (argument == "--extension" || argument.starts_with("--extension=")) {
+            if (listing.extension) return UsageError{"option --extension given twice"};
+            if (argument.starts_with("--extension=")) {
+                listing.extension = std::string(argument.substr(argument.find('=') + 1));
+            } else if (++i < arguments.size()) {
+                listing.extension = std::string(arguments[i]);
+            } else {
+                return UsageError{"option --extension needs a value"};
+            }
+        } else if (argument.starts_with('-')) {
+            return UsageError{"unknown option '" + std::string(argument) + "' for modules"};
+        } else if (listing.name) {
+            return UsageError{"modules takes one module name"};
+        } else {
+            listing.name = std::string(argument);
+        }
+    }
+    return listing;
+}
+
 } // namespace
 
 CommandLine parse_command_line(std::span<char const* const> arguments) {
@@ -259,8 +293,9 @@ CommandLine parse_command_line(std::span<char const* const> arguments) {
     if (command == "expr") return Parser(CodeKind::expression).parse(rest);
     if (command == "eval") return Parser(CodeKind::block).parse(rest);
     if (command == "run") return parse_script_run(rest);
+    if (command == "modules") return parse_module_listing(rest);
     if (command.starts_with('-')) return UsageError{"unknown option '" + std::string(command) + "'"};
-    return UsageError{"unknown command '" + std::string(command) + "' (expected expr, eval or run)"};
+    return UsageError{"unknown command '" + std::string(command) + "' (expected expr, eval, run or modules)"};
 }
 
 std::string_view usage_text() { return usage; }

@@ -43,13 +43,20 @@ struct ScriptRun {
     std::optional<std::string> extension; // the extension library to load instead of the default
 };
 
+// The host modules: `brimora modules [--all] [--extension PATH] [NAME]`.
+struct ModuleListing {
+    bool all = false;                     // export every Python module first
+    std::optional<std::string> name;      // one module's members instead of the list
+    std::optional<std::string> extension; // the extension library to load instead of the default
+};
+
 struct HelpRequest {};
 
 struct UsageError {
     std::string message;
 };
 
-using CommandLine = std::variant<Invocation, ScriptRun, HelpRequest, UsageError>;
+using CommandLine = std::variant<Invocation, ScriptRun, ModuleListing, HelpRequest, UsageError>;
 
 // Reads the arguments after the program name.
 CommandLine parse_command_line(std::span<char const* const> arguments);

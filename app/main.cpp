@@ -4,6 +4,7 @@
 #include "app/evaluation.h"
 #include "app/extension_loader.h"
 #include "app/interruption.h"
+#include "app/module_listing.h"
 #include "app/platform.h"
 #include "app/report.h"
 #include "app/script_run.h"
@@ -91,6 +92,15 @@ int run(ScriptRun const& script) {
     return finish(status);
 }
 
+int run(ModuleListing const& listing) {
+    hold_interrupt_signal();
+    auto language = start_host(listing.extension);
+    if (language.is<tesk::Error>()) return report_error(language.as<tesk::Error>());
+    int status = list_modules(listing);
+    if (interrupt_requested()) return report_interrupted();
+    return finish(status);
+}
+
 int usage_error(UsageError const& error) {
     std::cerr << "brimora: " << error.message << '\n' << usage_text();
     return 2;
@@ -114,6 +124,7 @@ int main(int argc, char** argv) {
         CommandLine commandLine = parse_command_line(std::span<char const* const>(argv + 1, argc - 1));
         if (auto* invocation = std::get_if<Invocation>(&commandLine)) return run(*invocation);
         if (auto* script = std::get_if<ScriptRun>(&commandLine)) return run(*script);
+        if (auto* listing = std::get_if<ModuleListing>(&commandLine)) return run(*listing);
         if (auto* error = std::get_if<UsageError>(&commandLine)) return usage_error(*error);
         return help();
     } catch (std::exception const& e) {

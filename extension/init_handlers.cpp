@@ -3,6 +3,7 @@
 // Nothing here touches Python.
 #include "language/language.h"
 #include "language/registration.h"
+#include "proxies/python_module.h"
 #include "extension/logging_bridge.h"
 #include "extension/sys_path.h"
 
@@ -22,6 +23,7 @@ template <void (*Handler)()> void guarded() {
 }
 
 void define_language_class() { (void)cpython_language_class(); }
+void define_module_class() { (void)cpython_module_class(); }
 
 struct load_time_registration {
     load_time_registration() {
@@ -38,10 +40,8 @@ struct load_time_registration {
         add_init_handler(4, &guarded<&register_cpython_doc>);
         add_init_handler(5, &guarded<&register_cpython_set_sandbox_level>);
         add_init_handler(5, &guarded<&register_evaluation_controls>);
-        // Level 2, in this order, once these classes exist: CPythonModule,
-        // then CPythonFunction, CPythonProxyMapping, CPythonProxySequence,
-        // CPythonProxySet, CPythonProxyIterable, CPythonProxyIterator (one
-        // handler each).
+        // The classes of Python objects in the host, in this order.
+        add_init_handler(2, &guarded<&define_module_class>);
     }
 };
 

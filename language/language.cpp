@@ -5,6 +5,7 @@
 #include "language/code_cache.h"
 #include "language/evaluation.h"
 #include "language/evaluation_control.h"
+#include "language/module_export.h"
 #include "language/module_lookup.h"
 #include "language/python_exit.h"
 #include "language/registration.h"
@@ -39,6 +40,18 @@ Result<Any> set_code_cache_size_member(std::int64_t entries) {
     return None();
 }
 
+// importAllModules with a host callable told (done, total, name) as each
+// top-level module's export begins.
+Result<None> import_all_modules_reporting(Any const& progress) {
+    if (!progress.hasValue()) return import_all_modules();
+    if (!I_Callable_Generic::test(progress))
+        return Error(String("The progress of import_all_modules must be callable: {}.").arg(progress));
+    I_Callable_Generic report = I_Callable_Generic::unsafe(progress);
+    return import_all_modules([report](std::int64_t done, std::int64_t total, String const& name) {
+        (void)report({Integer(done), Integer(total), name});
+    });
+}
+
 // The members of tesk.cpython, described while the library loads.
 struct cpython_module_members {
     module_function evaluate{cpython_module_name, "evaluate", make_closure(&evaluate_block), "code, scope",
@@ -65,6 +78,12 @@ struct cpython_module_members {
     module_function finish{cpython_module_name, "finish", make_closure(&finish_python_work), "",
                            "Waits for non-daemon Python threads, runs the atexit handlers and flushes the "
                            "standard streams, as Python does before it exits."};
+    module_function import_all{cpython_module_name, "import_all_modules", make_closure(&import_all_modules_reporting),
+                               "progress",
+                               "Exports every importable Python module as a host module under 'python' (once per "
+                               "process); progress, when given, is called with (done, total, name) as each "
+                               "top-level module's export begins.",
+                               {Any()}};
     module_property doc{cpython_module_name, meta_property_untyped("$$doc"), String("Interface to Python language.")};
 };
 
@@ -200,6 +219,7 @@ void register_evaluation_controls() {
     members().set_time_limit.register_now();
     members().set_code_cache_size.register_now();
     members().finish.register_now();
+    members().import_all.register_now();
 }
 
 void setup_python_module() {
@@ -212,10 +232,7 @@ void setup_python_module() {
         "dynamic typing, together with its interpreted nature, make it an ideal language for scripting and rapid "
         "application development in many areas on most platforms.");
     (void)insert_property_value(python, meta_property_untyped("$$icon"), String(":/tesk/icons/py.svg"));
-    // The language modules (python.builtins, python.collections,
-    // python.collections.abc, python.datetime, python.decimal, python.sys,
-    // python.types, python.typing) are exported here once Python modules can
-    // be exported as host modules; until then "python" holds none of them.
+    export_language_modules();
 }
 
 } // namespace tesk::cpython

@@ -1,14 +1,37 @@
-// Module lookup. Name resolution and the export of every module are not
-// available yet; rendering values as source text is.
+// Finding Python objects by dotted name, and values as Python source text.
 #include "language/module_lookup.h"
 
 #include "python/host_entry.h"
 #include "python/python_ref.h"
+#include "python/interpreter_start.h"
+#include "from_python/errors.h"
+#include "from_python/from_python.h"
 #include "from_python/python_object.h"
 
 namespace tesk::cpython {
 
-Result<Any> resolve_python_name(String const& /*name*/) { return Error("Not available yet: resolve."); }
+Result<Any> resolve_python_name(String const& name) {
+    return host_entry([&]() -> Any {
+        if (name.isEmpty()) return Any();
+        std::size_t const dot = name.rfind(".");
+        String const modulePart = dot == String::npos ? name : name.sliced(0, dot);
+        String const objectPart = dot == String::npos ? String() : name.sliced(dot + 1);
+        if (Any failure = ensure_interpreter(); failure.isError()) return failure;
+        gil_guard gil;
+        PyObjectPtr module = PyObjectPtr::steal(PyImport_ImportModule(modulePart.c_str()));
+        if (!module) return take_python_error(Error(String("Unable to find the module: {}.").arg(modulePart)));
+        if (objectPart.isEmpty()) return from_python(module.get());
+        PyObject* dict = PyModule_Check(module.get()) ? PyModule_GetDict(module.get()) : nullptr;
+        if (!dict) return Error(String("Unable to get the module dict: {}.").arg(modulePart));
+        // Borrowed from the dictionary: held while it is converted.
+        PyObjectPtr found = PyObjectPtr::borrow(PyDict_GetItemString(dict, objectPart.c_str()));
+        if (!found) {
+            PyErr_Clear();
+            return Error(String("Unable to find the object: {}.").arg(name));
+        }
+        return from_python(found.get());
+    });
+}
 
 Result<String> python_value_to_code(Any const& value) {
     return host_entry([&]() -> Any {
@@ -30,6 +53,5 @@ Result<String> python_value_to_code(Any const& value) {
     });
 }
 
-Result<None> import_all_modules() { return Error("Not available yet: importAllModules."); }
 
 } // namespace tesk::cpython

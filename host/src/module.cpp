@@ -192,6 +192,19 @@ Union<Module, Error> get_module(String const& name) {
     return Union<Module, Error>(m);
 }
 
+Union<Module, Error> register_module(Module const& module) {
+    String const name = module.name();
+    if (name.isEmpty()) return Error(String("[register_module] The module name is empty."));
+    {
+        std::lock_guard guard(internal::g_modules_lock());
+        if (Module const* found = internal::g_modules().find(name)) return Union<Module, Error>(*found);
+        internal::g_modules().set(name, module);
+    }
+    internal::note_modules_changed();
+    link_dotted_neighbours(module, name);
+    return Union<Module, Error>(module);
+}
+
 Result<None> register_function(String const& module, String const& name, I_Callable_Generic const& callable) {
     auto m = get_module(module);
     if (m.isError()) return Result<None>(m);

@@ -66,6 +66,11 @@ TESK_API std::vector<Module> modules();
 TESK_API Union<Module, None> find_module(String const& name);
 // The module of that name, registered on first request; an Error for an empty name.
 TESK_API Union<Module, Error> get_module(String const& name);
+// Registers a module made elsewhere (Module::create, or a module of a class
+// derived from "Module") under its name, linked with its dotted neighbours as
+// get_module links them. A name taken already keeps its module, which is
+// what is given back.
+TESK_API Union<Module, Error> register_module(Module const& module);
 // Registers a function or a property of a module (created on demand).
 TESK_API Result<None> register_function(String const& module, String const& name, I_Callable_Generic const& callable);
 TESK_API Result<None> register_property(String const& module, String const& name, Property const& property);
