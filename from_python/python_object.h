@@ -54,6 +54,12 @@ private:
 // "The object is null.": what every operation on a proxy without an object gives.
 Error null_object_error();
 
+// A host argument of a call into Python as a new reference; null when it has
+// no Python form, with `failure` set to the Python error it raised (taken, so
+// nothing stays pending) or to "Unable to convert an argument: {}.". The
+// caller holds the interpreter lock.
+PyObjectPtr argument_to_python(Any const& value, Any& failure);
+
 // Calls the Python method `name` of the held object with host arguments.
 Any call_method(Any const& value, char const* name, std::span<Any const> args = {});
 
