@@ -38,8 +38,8 @@ void finalise(Any const& instance);
 void fill_class(class_builder_base& builder) {
     builder.bases({I_RuntimeOnly::getClass()})
         .doc(String("Proxy wrapper around of 'PyObject'."))
-        .entry(entry_tag::instance_callback, {make_closure(&finalise)})
         .entry(entry_tag::option, {Integer(10)});
+    declare_python_object_finaliser(builder);
     add_python_object_members(builder);
     builder.entry(entry_tag::fields, {field_builder_base(pyobj_field).type(Integer::getClass()).entry(),
                                       field_builder_base(sandbox_field).type(Integer::getClass()).entry()});
@@ -144,6 +144,10 @@ void finalise(Any const& instance) {
 }
 
 } // namespace
+
+void declare_python_object_finaliser(class_builder_base& builder) {
+    builder.entry(entry_tag::instance_callback, {make_closure(&finalise)});
+}
 
 Class_Generic cpython_object_class() {
     Class_Generic cls = cpython_object_accessor();

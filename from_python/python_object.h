@@ -15,6 +15,11 @@ namespace tesk::cpython {
 // The class, built on first use.
 Class_Generic cpython_object_class();
 
+// Declares the finaliser that drops the held Python object. The host does not
+// inherit finalisers, so every class derived from CPythonObject declares it
+// as well; without it, its instances would keep their objects forever.
+void declare_python_object_finaliser(class_builder_base& builder);
+
 // Whether `value` is a CPythonObject (or of a class derived from it).
 bool is_python_object(Any const& value);
 // The Python object held by a CPythonObject, as a reference of the caller's

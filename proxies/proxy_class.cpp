@@ -1,9 +1,12 @@
 #include "proxies/proxy_class.h"
 
+#include "from_python/python_object.h"
+
 namespace tesk::cpython {
 
 void declare_proxy_class(class_builder_base& builder, Class_Generic const& interface, Class_Generic const& base) {
     builder.bases({interface, base}).entry(entry_tag::option, {Integer(10)});
+    declare_python_object_finaliser(builder);
 }
 
 I_Callable_Generic proxy_method(String const& name, I_Callable_Generic const& function, char const* parameters,

@@ -9,7 +9,8 @@ namespace tesk::cpython {
 
 // The entries every proxy class starts with: the host interface it answers,
 // the proxy class it extends (CPythonObject or one derived from it), and the
-// class option that CPythonObject carries. No module, no doc.
+// class option that CPythonObject carries, and the finaliser that drops the
+// Python object. No module, no doc.
 void declare_proxy_class(class_builder_base& builder, Class_Generic const& interface, Class_Generic const& base);
 
 // A member method; `parameters` names them all, the proxy first ("self, key"),
