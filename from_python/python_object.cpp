@@ -38,7 +38,10 @@ void finalise(Any const& instance);
 void fill_class(class_builder_base& builder) {
     builder.bases({I_RuntimeOnly::getClass()})
         .doc(String("Proxy wrapper around of 'PyObject'."))
-        .entry(entry_tag::option, {Integer(10)});
+        .entry(entry_tag::option, {Integer(10)})
+        // Our __method__ searches the class chain first anyway; the host may
+        // do that search itself and skip the call for declared methods.
+        .entry(entry_tag::flag, {String("declared_methods_first")});
     declare_python_object_finaliser(builder);
     add_python_object_members(builder);
     builder.entry(entry_tag::fields, {field_builder_base(pyobj_field).type(Integer::getClass()).entry(),
