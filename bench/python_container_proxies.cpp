@@ -54,6 +54,29 @@ void sequence_at_raw(benchmark::State& state) {
 }
 BENCHMARK(sequence_at_raw);
 
+// The host's own share: the same call on a host class whose `at` answers
+// without Python (the index itself), so what remains above it is the proxy's.
+Any echo_at(Any const&, std::int64_t index) { return Integer(index); }
+
+I_Sequence_Generic echo_sequence() {
+    class_builder_base builder(String("BenchEchoSequence"));
+    builder.entry(entry_tag::interface_methods,
+                  {I_Sequence_Generic::getClass(),
+                   method_builder_base(I_Sequence_Generic::$at).assign_func(make_closure(&echo_at)).signature(String("self, index")).build()});
+    return I_Sequence_Generic::unsafe(builder.build().as<Class_Generic>().allocateInstance());
+}
+
+void sequence_at_host_dispatch(benchmark::State& state) {
+    static I_Sequence_Generic const sequence = echo_sequence();
+    std::int64_t index = 0;
+    for (auto _ : state) {
+        Any item = sequence.at(index);
+        benchmark::DoNotOptimize(item);
+        if (++index == element_count) index = 0;
+    }
+}
+BENCHMARK(sequence_at_host_dispatch);
+
 // ---- mapping lookup ---------------------------------------------------------
 
 void mapping_get_ours(benchmark::State& state) {

@@ -111,8 +111,11 @@ struct held_state {
 // the read and the increment (taking the spinlock under the interpreter lock
 // is the allowed order).
 held_state read_held(Any const& value) {
-    Any target = resolved(value);
-    pyobj_slot slot = slot_of(target);
+    // A proxy itself, the usual case, is read without copying its handle (a
+    // copy is two atomic operations, a good part of a whole read).
+    Any resolvedValue;
+    if (value.kind() != Kind::Instance) resolvedValue = resolved(value);
+    pyobj_slot slot = slot_of(value.kind() != Kind::Instance ? resolvedValue : value);
     if (!slot) return {};
     held_state held;
     std::lock_guard<spinlock> lock(slot.instance->lock());
