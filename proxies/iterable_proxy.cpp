@@ -1,6 +1,5 @@
 #include "proxies/iterable_proxy.h"
 
-#include "from_python/errors.h"
 #include "from_python/proxy_makers.h"
 #include "proxies/container_protocol.h"
 #include "proxies/forwarding.h"
