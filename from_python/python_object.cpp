@@ -41,7 +41,7 @@ void fill_class(class_builder_base& builder) {
         .entry(entry_tag::option, {Integer(10)})
         // Our __method__ searches the class chain first anyway; the host may
         // do that search itself and skip the call for declared methods.
-        .entry(entry_tag::flag, {String("declared_methods_first")});
+        .entry(entry_tag::flag, {String(declared_methods_first_flag)});
     declare_python_object_finaliser(builder);
     add_python_object_members(builder);
     builder.entry(entry_tag::fields, {field_builder_base(pyobj_field).type(Integer::getClass()).entry(),

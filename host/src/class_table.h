@@ -52,9 +52,9 @@ struct class_table {
     instance_factory factory = nullptr; // inherited from the nearest parent that has one
     std::vector<std::pair<String, String>> examples; // (code, language)
     std::int64_t option = 0;
-    // Set by the flag entry "declared_methods_first" (see defclass_impl.cpp):
-    // with a "__method__" override in the chain, the methods that the chain
-    // itself declares answer without asking the override. Inherited.
+    // The flag declared_methods_first_flag (builder.h): with a "__method__"
+    // override in the chain, the methods that the chain itself declares
+    // answer without asking the override. Inherited through the snapshot.
     bool declared_methods_first = false;
 };
 

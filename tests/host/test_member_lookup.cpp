@@ -128,7 +128,7 @@ Any counting_method(Any const& self, String const& name) {
 TEST(MemberLookup, DeclaredMethodsFirstSkipsTheOverrideForDeclaredMethods) {
     auto decorated = [](char const* name, I_Callable_Generic c) { return method_builder_base(String(name)).assign_func(c).build(); };
     class_builder_base flagged{String("DeclaredFirstBase")};
-    flagged.entry(entry_tag::flag, {String("declared_methods_first")});
+    flagged.entry(entry_tag::flag, {String(declared_methods_first_flag)});
     flagged.method(decorated("__method__", make_closure(counting_method)));
     Result<Class_Generic> built = flagged.build();
     ASSERT_FALSE(built.isError());

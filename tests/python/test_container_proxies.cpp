@@ -154,6 +154,7 @@ TEST_F(ContainerProxies, MappingRemoveOfAMissingKeyIsPythonsKeyError) {
     run("d = {'a': 1}");
     Any removed = I_MutableMap_Generic::unsafe(proxy("d")).remove(String("missing"));
     EXPECT_EQ(message_of(removed), "'missing'"); // str() of KeyError('missing')
+    EXPECT_EQ(message_of(I_MutableMap_Generic::unsafe(proxy("d")).remove(proxy("[1]"))), "unhashable type: 'list'");
     EXPECT_EQ(repr("d"), "{'a': 1}");
 }
 
@@ -251,6 +252,9 @@ TEST_F(ContainerProxies, SequenceInsertionAndRemoval) {
     EXPECT_EQ(repr("xs"), "[0, 3, 9, 4, 5, 6]");
     EXPECT_EQ(message_of(xs.set(10, Integer(0))), "list assignment index out of range");
     EXPECT_EQ(message_of(call(xs, "pop", {Integer(10)})), "pop index out of range");
+    EXPECT_TRUE(starts_with(message_of(xs.append(formless())), "Unable to convert an argument: "));
+    EXPECT_TRUE(call(xs, "extend", {Integer(5)}).isError()); // no iterable
+    EXPECT_EQ(repr("xs"), "[0, 3, 9, 4, 5, 6]");
     EXPECT_FALSE(xs.clear().isError());
     EXPECT_EQ(repr("xs"), "[]");
 }
