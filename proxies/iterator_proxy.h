@@ -2,8 +2,6 @@
 // the Python iterator's own, shared with any Python code that holds it.
 #pragma once
 
-#include "python/python_ref.h"
-
 #include <tesk/tesk.h>
 
 namespace tesk::cpython {
