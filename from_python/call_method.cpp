@@ -6,6 +6,14 @@
 
 namespace tesk::cpython {
 
+PyObjectPtr argument_to_python(Any const& value, Any& failure) {
+    PyObjectPtr converted = to_python_ref(value);
+    if (converted) return converted;
+    if (PyErr_Occurred()) failure = take_python_error(Error::unknown());
+    else failure = Error(String("Unable to convert an argument: {}.").arg(value));
+    return {};
+}
+
 Any call_method(Any const& value, char const* name, std::span<Any const> args) {
     python_object_scope scope(value);
     if (!scope) return null_object_error();
@@ -17,12 +25,10 @@ Any call_method(Any const& value, char const* name, std::span<Any const> args) {
     PyObjectPtr arguments = PyObjectPtr::steal(PyTuple_New(static_cast<Py_ssize_t>(args.size())));
     if (!arguments) return take_python_error(Error::unknown());
     for (std::size_t i = 0; i < args.size(); ++i) {
-        PyObject* item = to_python(args[i]);
-        if (!item) {
-            if (PyErr_Occurred()) return take_python_error(Error::unknown());
-            return Error(String("Unable to convert an argument: {}.").arg(args[i]));
-        }
-        PyTuple_SET_ITEM(arguments.get(), static_cast<Py_ssize_t>(i), item); // steals
+        Any failure;
+        PyObjectPtr item = argument_to_python(args[i], failure);
+        if (!item) return failure;
+        PyTuple_SET_ITEM(arguments.get(), static_cast<Py_ssize_t>(i), item.release()); // steals
     }
 
     PyObjectPtr result = PyObjectPtr::steal(PyObject_Call(method.get(), arguments.get(), nullptr));

@@ -38,8 +38,11 @@ void finalise(Any const& instance);
 void fill_class(class_builder_base& builder) {
     builder.bases({I_RuntimeOnly::getClass()})
         .doc(String("Proxy wrapper around of 'PyObject'."))
-        .entry(entry_tag::instance_callback, {make_closure(&finalise)})
-        .entry(entry_tag::option, {Integer(10)});
+        .entry(entry_tag::option, {Integer(10)})
+        // Our __method__ searches the class chain first anyway; the host may
+        // do that search itself and skip the call for declared methods.
+        .entry(entry_tag::flag, {String(declared_methods_first_flag)});
+    declare_python_object_finaliser(builder);
     add_python_object_members(builder);
     builder.entry(entry_tag::fields, {field_builder_base(pyobj_field).type(Integer::getClass()).entry(),
                                       field_builder_base(sandbox_field).type(Integer::getClass()).entry()});
@@ -108,8 +111,11 @@ struct held_state {
 // the read and the increment (taking the spinlock under the interpreter lock
 // is the allowed order).
 held_state read_held(Any const& value) {
-    Any target = resolved(value);
-    pyobj_slot slot = slot_of(target);
+    // A proxy itself, the usual case, is read without copying its handle (a
+    // copy is two atomic operations, a good part of a whole read).
+    Any resolvedValue;
+    if (value.kind() != Kind::Instance) resolvedValue = resolved(value);
+    pyobj_slot slot = slot_of(value.kind() != Kind::Instance ? resolvedValue : value);
     if (!slot) return {};
     held_state held;
     std::lock_guard<spinlock> lock(slot.instance->lock());
@@ -144,6 +150,10 @@ void finalise(Any const& instance) {
 }
 
 } // namespace
+
+void declare_python_object_finaliser(class_builder_base& builder) {
+    builder.entry(entry_tag::instance_callback, {make_closure(&finalise)});
+}
 
 Class_Generic cpython_object_class() {
     Class_Generic cls = cpython_object_accessor();

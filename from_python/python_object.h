@@ -15,6 +15,11 @@ namespace tesk::cpython {
 // The class, built on first use.
 Class_Generic cpython_object_class();
 
+// Declares the finaliser that drops the held Python object. The host does not
+// inherit finalisers, so every class derived from CPythonObject declares it
+// as well; without it, its instances would keep their objects forever.
+void declare_python_object_finaliser(class_builder_base& builder);
+
 // Whether `value` is a CPythonObject (or of a class derived from it).
 bool is_python_object(Any const& value);
 // The Python object held by a CPythonObject, as a reference of the caller's
@@ -53,6 +58,12 @@ private:
 
 // "The object is null.": what every operation on a proxy without an object gives.
 Error null_object_error();
+
+// A host argument of a call into Python as a new reference; null when it has
+// no Python form, with `failure` set to the Python error it raised (taken, so
+// nothing stays pending) or to "Unable to convert an argument: {}.". The
+// caller holds the interpreter lock.
+PyObjectPtr argument_to_python(Any const& value, Any& failure);
 
 // Calls the Python method `name` of the held object with host arguments.
 Any call_method(Any const& value, char const* name, std::span<Any const> args = {});

@@ -1,10 +1,13 @@
 // What the proxies of Python objects share: a forwarded method's result as
-// the host type a member promises, and new proxy instances.
+// the host type a member promises, a direct call's result as a host value,
+// and new proxy instances.
 #pragma once
 
 #include "python/python_ref.h"
 
 #include <tesk/tesk.h>
+
+#include <initializer_list>
 
 namespace tesk::cpython {
 
@@ -20,6 +23,15 @@ inline Result<None> forwarded_none(Any const& result) {
     Any resolved = internal::result_unwrap_lazy(result);
     return resolved.isError() ? Result<None>(resolved) : Result<None>();
 }
+
+// Calls the Python method `name` of the proxy's object (see call_method) and
+// keeps only its error.
+Result<None> forward_dropping_value(Any const& proxy, char const* name, std::initializer_list<Any> args = {});
+
+// The result of a direct call into Python (a new reference or null) as a host
+// value: the converted object, or the pending Python error, taken. The caller
+// holds the interpreter lock.
+Any python_result(PyObjectPtr const& result);
 
 // A new instance of the proxy class `cls` holding `object` (borrowed). The
 // caller holds the interpreter lock.

@@ -24,7 +24,7 @@ class_table::class_table(class_table const& o)
       call_operator(o.call_operator), coercion(o.coercion), method_hook(o.method_hook),
       property_read(o.property_read), property_write(o.property_write), finalizer(o.finalizer),
       setup_callback(o.setup_callback), method_owner(o.method_owner), factory(o.factory), examples(o.examples),
-      option(o.option) {
+      option(o.option), declared_methods_first(o.declared_methods_first) {
     g_live_tables.fetch_add(1, std::memory_order_relaxed);
 }
 class_table::~class_table() { g_live_tables.fetch_sub(1, std::memory_order_relaxed); }
@@ -153,6 +153,7 @@ member_snapshot* build_snapshot(object_value_class const* cls, std::uint64_t ver
     fresh->own_table = own_table;
     walk_chain(cls, [&](object_value_class const* c) {
         take_members(*fresh, c, true);
+        fresh->declared_methods_first |= table_of(c).declared_methods_first;
         return false;
     });
     take_members(*fresh, any_record(), false);

@@ -54,6 +54,7 @@ struct member_snapshot {
     std::unordered_map<String, Property, StringHash> properties;
     std::vector<field_info> fields; // all_fields()
     std::uint32_t override_mask = 0; // bit i: the chain overrides universal name i
+    bool declared_methods_first = false; // a class of the chain has the flag (class_table.h)
 };
 
 // The snapshot of `cls`, rebuilt when stale; only inside a read_section, and

@@ -52,6 +52,10 @@ struct class_table {
     instance_factory factory = nullptr; // inherited from the nearest parent that has one
     std::vector<std::pair<String, String>> examples; // (code, language)
     std::int64_t option = 0;
+    // The flag declared_methods_first_flag (builder.h): with a "__method__"
+    // override in the chain, the methods that the chain itself declares
+    // answer without asking the override. Inherited through the snapshot.
+    bool declared_methods_first = false;
 };
 
 // The private parts of a record, for the class machinery.

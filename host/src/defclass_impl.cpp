@@ -60,6 +60,9 @@ Any apply_entry(class_table& record, class_plan& plan, std::size_t index, std::v
     std::size_t n = e.size();
     switch (Integer::unsafe(e[0]).value()) {
     case entry_tag::flag:
+        for (std::size_t i = 1; i < n; ++i)
+            if (String::test(e[i]) && String::unsafe(e[i]) == declared_methods_first_flag)
+                record.declared_methods_first = true;
         return Any();
     case entry_tag::doc:
         if (n != 2 || !String::test(e[1])) return malformed(index, "a doc entry holds one String");

@@ -4,7 +4,9 @@
 //
 // Lookup order: the class override (a proxy class redirects the whole
 // operation), the object's own members, the class hook, the class and its
-// parents depth first, then the universal members of "Any".
+// parents depth first, then the universal members of "Any". A class flagged
+// "declared_methods_first" lets its own members and the methods its chain
+// declares answer before its "__method__" override.
 #include "class_internal.h"
 
 #include "tesk/containers.h"
@@ -163,6 +165,13 @@ Union<I_Callable_Generic, None> method_of(Any const& v, String const& name) {
     read_section section; // the snapshot and the table stay valid until the lookup ends
     member_snapshot const* members = &members_of(cls);
     if ((members->override_mask & (1u << u_method)) != 0) [[unlikely]] {
+        if (members->declared_methods_first) {
+            Any found;
+            if (find_own(v, &own_members::methods, name, found)) return Union<I_Callable_Generic, None>(found);
+            auto it = members->methods.find(name);
+            if (it != members->methods.end() && it->second.below_root)
+                return Union<I_Callable_Generic, None>(it->second.callable);
+        }
         Any const args[] = {name};
         Any r = call_member(chain_method(*members, universal_name(u_method)), v, args);
         return I_Callable_Generic::test(r) ? Union<I_Callable_Generic, None>(r) : Union<I_Callable_Generic, None>();

@@ -116,6 +116,49 @@ TEST(MemberLookup, ClassOverridesTakeOverTheGenericOperations) {
     EXPECT_EQ(display(p), "<proxy>") << "the override cache sees later edits";
 }
 
+// Counts the calls of a "__method__" override that also answers "plain",
+// as a proxy's override answers the methods its class declares.
+std::atomic<int> override_calls{0};
+Any counting_method(Any const& self, String const& name) {
+    ++override_calls;
+    if (name == "special") return answering("via-override");
+    return Any(raw_method_of(self, name));
+}
+
+TEST(MemberLookup, DeclaredMethodsFirstSkipsTheOverrideForDeclaredMethods) {
+    auto decorated = [](char const* name, I_Callable_Generic c) { return method_builder_base(String(name)).assign_func(c).build(); };
+    class_builder_base flagged{String("DeclaredFirstBase")};
+    flagged.entry(entry_tag::flag, {String(declared_methods_first_flag)});
+    flagged.method(decorated("__method__", make_closure(counting_method)));
+    Result<Class_Generic> built = flagged.build();
+    ASSERT_FALSE(built.isError());
+    Class_Generic base = built.as<Class_Generic>();
+    // The flag is inherited, and methods of derived classes are declared ones too.
+    Class_Generic derived = make_class("DeclaredFirstDerived", {base}, {answering("plain")});
+    Any obj = derived.allocateInstance();
+
+    override_calls = 0;
+    EXPECT_EQ(answer(obj, "plain"), "plain");
+    EXPECT_EQ(override_calls.load(), 0) << "a declared method answers without the override";
+    EXPECT_EQ(answer(obj, "special"), "via-override");
+    EXPECT_EQ(override_calls.load(), 1) << "anything else still goes to the override";
+    // Universal methods of "Any" are not declared by the chain: the override decides.
+    EXPECT_TRUE(method_of(obj, Any::$__isSame__).has_value());
+    EXPECT_EQ(override_calls.load(), 2);
+    // An edit of the class copies its table: the flag stays.
+    add_class_method_unsafe(base, String("later"), answering("later"));
+    EXPECT_EQ(answer(obj, "later"), "later");
+    EXPECT_EQ(override_calls.load(), 2);
+    // Own members still come first.
+    insert_method(obj, String("plain"), answering("own"));
+    EXPECT_EQ(answer(obj, "plain"), "own");
+
+    // Without the flag, the override answers alone (as before).
+    Class_Generic unflagged = make_class("DeclaredFirstUnflagged", {},
+                                         {decorated("__method__", make_closure(proxy_method)), answering("plain")});
+    EXPECT_TRUE(method_of(unflagged.allocateInstance(), String("plain")).isNone());
+}
+
 std::int64_t read_size(Any const&) { return 7; }
 Any write_size(Any const&, std::int64_t) { return Any(); }
 

@@ -15,7 +15,7 @@
 namespace tesk {
 
 namespace entry_tag {
-inline constexpr int flag = 1;                 // nothing after the tag
+inline constexpr int flag = 1;                 // flag names (Strings); unknown ones are ignored
 inline constexpr int doc = 4;                  // doc String
 inline constexpr int example = 8;              // code String, language name String
 inline constexpr int bases = 9;                // classes (parents and interfaces)
@@ -29,6 +29,11 @@ inline constexpr int property = 27;            // one property_entry
 inline constexpr int interface_properties = 31; // interface class, then property_entry items
 inline constexpr int class_callback = 33;      // callable taking the class, run once it is built
 } // namespace entry_tag
+
+// The flag (entry_tag::flag) of a class that overrides "__method__" but lets
+// the methods its chain declares answer without the override, as a proxy
+// class whose override searches that chain first anyway. Inherited.
+inline constexpr char const* declared_methods_first_flag = "declared_methods_first";
 
 // Entry items.
 TESK_API Any module_entry(String const& moduleName);
