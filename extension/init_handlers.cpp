@@ -3,7 +3,12 @@
 // Nothing here touches Python.
 #include "language/language.h"
 #include "language/registration.h"
+#include "proxies/iterable_proxy.h"
+#include "proxies/iterator_proxy.h"
+#include "proxies/mapping_proxy.h"
 #include "proxies/python_module.h"
+#include "proxies/sequence_proxy.h"
+#include "proxies/set_proxy.h"
 #include "extension/logging_bridge.h"
 #include "extension/sys_path.h"
 
@@ -24,6 +29,11 @@ template <void (*Handler)()> void guarded() {
 
 void define_language_class() { (void)cpython_language_class(); }
 void define_module_class() { (void)cpython_module_class(); }
+void define_mapping_proxy_class() { (void)cpython_proxy_mapping_class(); }
+void define_sequence_proxy_class() { (void)cpython_proxy_sequence_class(); }
+void define_set_proxy_class() { (void)cpython_proxy_set_class(); }
+void define_iterable_proxy_class() { (void)cpython_proxy_iterable_class(); }
+void define_iterator_proxy_class() { (void)cpython_proxy_iterator_class(); }
 
 struct load_time_registration {
     load_time_registration() {
@@ -42,6 +52,11 @@ struct load_time_registration {
         add_init_handler(5, &guarded<&register_evaluation_controls>);
         // The classes of Python objects in the host, in this order.
         add_init_handler(2, &guarded<&define_module_class>);
+        add_init_handler(2, &guarded<&define_mapping_proxy_class>);
+        add_init_handler(2, &guarded<&define_sequence_proxy_class>);
+        add_init_handler(2, &guarded<&define_set_proxy_class>);
+        add_init_handler(2, &guarded<&define_iterable_proxy_class>);
+        add_init_handler(2, &guarded<&define_iterator_proxy_class>);
     }
 };
 
