@@ -18,10 +18,7 @@ Any call_method(Any const& value, char const* name, std::span<Any const> args) {
     if (!arguments) return take_python_error(Error::unknown());
     for (std::size_t i = 0; i < args.size(); ++i) {
         PyObject* item = to_python(args[i]);
-        if (!item) {
-            if (PyErr_Occurred()) return take_python_error(Error::unknown());
-            return Error(String("Unable to convert an argument: {}.").arg(args[i]));
-        }
+        if (!item) return argument_conversion_error(args[i]);
         PyTuple_SET_ITEM(arguments.get(), static_cast<Py_ssize_t>(i), item); // steals
     }
 
