@@ -57,6 +57,11 @@ Any items_of(I_Sequence_Generic const& sequence, std::vector<Any>& items) {
     return Any();
 }
 
+// The members take the receiver untyped: the class is still being built
+// when they are bound, so it cannot be named as a parameter type yet. The
+// receiver is always an instance (the host dispatches on its class), and a
+// proxy without an object answers as an empty function.
+
 // What calling an instance does. A proxy without a Python object calls
 // nothing and gives none.
 Any invoke_function(Any const& self, std::span<Any const> args) {
@@ -78,11 +83,6 @@ Boolean same_function(Any const& self, Any const& other) {
     PyObjectPtr mine = get_pyobj(self);
     return Boolean(mine && mine.get() == get_pyobj(other).get());
 }
-
-// The members take the receiver untyped: the class is still being built
-// when they are bound, so it cannot be named as a parameter type yet. The
-// receiver is always an instance (the host dispatches on its class), and a
-// proxy without an object answers as an empty function.
 
 // A str attribute of the held object; empty when there is none.
 String text_of_attribute(Any const& self, python_name& attribute) {
@@ -117,9 +117,9 @@ bool has_variadic_parameters(Any const& self) {
 void set_up_class(Class_Generic const& cls) { set_invoke_hook_unsafe(cls, &invoke_function); }
 
 property_builder_base read_only(meta_property_untyped const& key, I_Callable_Generic const& getter,
-                                char const* doc = "") {
+                                char const* description = "") {
     property_builder_base property(key);
-    property.getter(getter).assign_doc(String(doc));
+    property.getter(getter).assign_doc(String(description));
     return property;
 }
 
