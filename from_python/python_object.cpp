@@ -19,21 +19,20 @@ namespace {
 const meta_field_untyped pyobj_field{"$_pyobj"};
 const meta_field_untyped sandbox_field{"$_sandbox"};
 
-// An integer field's value, read in place: a handle would be a copy, two
-// atomic count changes made under the instance lock on every call.
-std::optional<std::int64_t> integer_in(Any const& field) {
+// An integer field's value, read in place (a handle would be a copy, two
+// atomic count changes made under the instance lock on every call); 0 when
+// it holds no integer, which both fields read as "nothing".
+std::int64_t integer_in(Any const& field) {
     std::int64_t value = 0;
     Any failure;
-    if (!Integer::test(field) || !internal::cast_int64(field, value, failure)) return std::nullopt;
+    if (!Integer::test(field) || !internal::cast_int64(field, value, failure)) return 0;
     return value;
 }
 
-// What `_sandbox` holds: nothing for a proxy made outside any sandbox.
+// What `_sandbox` holds: nothing (0) for a proxy made outside any sandbox.
 std::int64_t sandbox_code(sandbox_level level) { return level == sandbox_level::strict ? 2 : 1; }
-std::optional<sandbox_level> sandbox_of(Any const& field) {
-    std::optional<std::int64_t> code = integer_in(field);
-    if (!code) return std::nullopt;
-    switch (*code) {
+std::optional<sandbox_level> sandbox_of_code(std::int64_t code) {
+    switch (code) {
     case 1: return sandbox_level::standard;
     case 2: return sandbox_level::strict;
     default: return std::nullopt;
@@ -117,9 +116,10 @@ pyobj_slot slot_of(Any const& value) {
     return {instance, positions->first, positions->second};
 }
 
+std::optional<sandbox_level> sandbox_of(Any const& field) { return sandbox_of_code(integer_in(field)); }
+
 PyObject* address_of(Any const& field) {
-    std::optional<std::int64_t> address = integer_in(field);
-    return address ? reinterpret_cast<PyObject*>(static_cast<std::intptr_t>(*address)) : nullptr;
+    return reinterpret_cast<PyObject*>(static_cast<std::intptr_t>(integer_in(field)));
 }
 
 Any field_of(PyObject* object) {
@@ -127,10 +127,11 @@ Any field_of(PyObject* object) {
     return Integer(static_cast<std::int64_t>(reinterpret_cast<std::intptr_t>(object)));
 }
 
-// What a proxy holds, read in one go.
+// What a proxy holds, read in one go (the sandbox as its code: plain words
+// are cheaper to hand out of the locked section).
 struct held_state {
     PyObjectPtr object;
-    std::optional<sandbox_level> sandbox;
+    std::int64_t sandbox = 0;
 };
 
 // The caller holds the interpreter lock: the reference is taken under the
@@ -146,7 +147,7 @@ held_state read_held(Any const& value) {
     std::lock_guard<spinlock> lock(slot.instance->lock());
     auto const& fields = slot.instance->fields;
     if (slot.object < fields.size()) held.object = PyObjectPtr::borrow(address_of(fields[slot.object]));
-    if (slot.sandbox < fields.size()) held.sandbox = sandbox_of(fields[slot.sandbox]);
+    if (slot.sandbox < fields.size()) held.sandbox = integer_in(fields[slot.sandbox]);
     return held;
 }
 
@@ -216,7 +217,7 @@ Any make_python_object(Class_Generic const& cls, PyObject* object) {
 
 python_object_scope::python_object_scope(Any const& proxy) {
     held_state held = read_held(proxy);
-    if (held.sandbox) sandbox_.emplace(*held.sandbox);
+    if (std::optional<sandbox_level> level = sandbox_of_code(held.sandbox)) sandbox_.emplace(*level);
     object_ = std::move(held.object);
 }
 
