@@ -29,10 +29,12 @@ python_name parameter_kind{"kind"};
 // positional arguments (*args).
 constexpr long variadic_positional_kind = 2;
 
-// The "return" entry of an annotation dict (borrowed), or null.
-PyObject* return_annotation(PyObject* annotations) {
-    if (!annotations || !PyDict_Check(annotations)) return nullptr;
-    PyObject* found = PyDict_GetItemWithError(annotations, return_key.get());
+// The "return" entry of an annotation dict, or null. Owned: mapping it may
+// give the interpreter lock up (the first use of a typing helper imports
+// it), and another thread may change a function's annotations meanwhile.
+PyObjectPtr return_annotation(PyObject* annotations) {
+    if (!annotations || !PyDict_Check(annotations)) return {};
+    PyObjectPtr found = PyObjectPtr::borrow(PyDict_GetItemWithError(annotations, return_key.get()));
     if (!found) PyErr_Clear();
     return found;
 }
@@ -44,11 +46,11 @@ Type result_type_of(PyObject* function) {
     if (PyObject* hints = get_type_hints_function.get()) {
         PyObjectPtr found = PyObjectPtr::steal(PyObject_CallOneArg(hints, function));
         if (!found) PyErr_Clear();
-        if (PyObject* annotation = return_annotation(found.get())) return host_type_for_annotation(annotation);
+        if (PyObjectPtr annotation = return_annotation(found.get())) return host_type_for_annotation(annotation.get());
     }
     PyObjectPtr annotations = PyObjectPtr::steal(PyObject_GetAttr(function, annotations_name.get()));
     if (!annotations) PyErr_Clear();
-    return host_type_for_annotation(return_annotation(annotations.get()));
+    return host_type_for_annotation(return_annotation(annotations.get()).get());
 }
 
 // The failure of a step that needed Python: its exception, else `fallback`.

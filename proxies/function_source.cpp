@@ -32,10 +32,11 @@ String normalised(String const& source) {
 // Python error pending on failure.
 PyObjectPtr run(String const& text, PyObject* globals) {
     PyObject* builtins = PyEval_GetBuiltins();
-    PyObject* runner = builtins ? PyDict_GetItemString(builtins, is_lambda(text) ? "eval" : "exec") : nullptr;
+    PyObjectPtr runner =
+        PyObjectPtr::borrow(builtins ? PyDict_GetItemString(builtins, is_lambda(text) ? "eval" : "exec") : nullptr);
     PyObjectPtr code = python_text(text.asChars());
     if (!runner || !code) return {};
-    return PyObjectPtr::steal(PyObject_CallFunctionObjArgs(runner, code.get(), globals, globals, nullptr));
+    return PyObjectPtr::steal(PyObject_CallFunctionObjArgs(runner.get(), code.get(), globals, globals, nullptr));
 }
 
 Union<CPythonFunction, Error> compile(String const& source) {
