@@ -66,6 +66,10 @@
 //   Read (with a reference taken) and swapped under it; the old value is
 //   dropped after it (rule 2). Taken under the interpreter lock when a
 //   reference is taken.
+// - Proxy field positions (from_python/field_positions.h): not a lock, a
+//   sequence number per slot; readers retry nothing (a busy or changed slot
+//   is a miss) and a writer that finds its slot being written skips it, so
+//   nobody ever waits. Used with or without the interpreter lock.
 // - Pending search paths (extension/sys_path.h, sys_path_queue; a std::mutex):
 //   the paths queued before the interpreter runs and whether the start-up has
 //   taken them. A leaf: taken with or without the interpreter lock, and no
