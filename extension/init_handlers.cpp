@@ -3,6 +3,7 @@
 // Nothing here touches Python.
 #include "language/language.h"
 #include "language/registration.h"
+#include "proxies/function.h"
 #include "proxies/iterable_proxy.h"
 #include "proxies/iterator_proxy.h"
 #include "proxies/mapping_proxy.h"
@@ -29,6 +30,7 @@ template <void (*Handler)()> void guarded() {
 
 void define_language_class() { (void)cpython_language_class(); }
 void define_module_class() { (void)cpython_module_class(); }
+void define_function_class() { (void)cpython_function_class(); }
 void define_mapping_proxy_class() { (void)cpython_proxy_mapping_class(); }
 void define_sequence_proxy_class() { (void)cpython_proxy_sequence_class(); }
 void define_set_proxy_class() { (void)cpython_proxy_set_class(); }
@@ -52,6 +54,7 @@ struct load_time_registration {
         add_init_handler(5, &guarded<&register_evaluation_controls>);
         // The classes of Python objects in the host, in this order.
         add_init_handler(2, &guarded<&define_module_class>);
+        add_init_handler(2, &guarded<&define_function_class>);
         add_init_handler(2, &guarded<&define_mapping_proxy_class>);
         add_init_handler(2, &guarded<&define_sequence_proxy_class>);
         add_init_handler(2, &guarded<&define_set_proxy_class>);

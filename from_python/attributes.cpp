@@ -1,5 +1,7 @@
 #include "from_python/attributes.h"
 
+#include "from_python/text.h"
+
 #include <limits>
 
 namespace tesk::cpython {
@@ -25,6 +27,15 @@ std::optional<std::int32_t> int32_attribute(PyObject* object, char const* name) 
         *number > std::numeric_limits<std::int32_t>::max())
         return std::nullopt;
     return static_cast<std::int32_t>(*number);
+}
+
+std::optional<String> text_attribute(PyObject* object, PyObject* name) {
+    PyObjectPtr value = PyObjectPtr::steal(PyObject_GetAttr(object, name));
+    if (!value || !PyUnicode_Check(value.get())) {
+        PyErr_Clear();
+        return std::nullopt;
+    }
+    return String::unsafe(string_from_python(value.get()));
 }
 
 bool has_text_attribute(PyObject* object, char const* name, char const* expected) {

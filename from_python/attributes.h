@@ -3,6 +3,8 @@
 
 #include "python/python_ref.h"
 
+#include <tesk/tesk.h>
+
 #include <cstdint>
 #include <optional>
 
@@ -12,6 +14,10 @@ namespace tesk::cpython {
 // out of the range. Every failure is cleared. The caller holds the lock.
 std::optional<std::int64_t> integer_attribute(PyObject* object, char const* name);
 std::optional<std::int32_t> int32_attribute(PyObject* object, char const* name);
+
+// A str attribute as host text; nothing when it is missing or not a str.
+// Every failure is cleared. The caller holds the lock.
+std::optional<String> text_attribute(PyObject* object, PyObject* name);
 
 // Whether the attribute is a str equal to `expected`; any failure is "no"
 // and is cleared.

@@ -9,8 +9,7 @@ namespace tesk::cpython {
 PyObjectPtr argument_to_python(Any const& value, Any& failure) {
     PyObjectPtr converted = to_python_ref(value);
     if (converted) return converted;
-    if (PyErr_Occurred()) failure = take_python_error(Error::unknown());
-    else failure = Error(String("Unable to convert an argument: {}.").arg(value));
+    failure = argument_conversion_error(value);
     return {};
 }
 

@@ -79,6 +79,10 @@ Error take_python_error(Error const& fallback) {
     return fallback;
 }
 
+Error argument_conversion_error(Any const& argument) {
+    return take_python_error(Error(String("Unable to convert an argument: {}.").arg(argument)));
+}
+
 Any error_from_exception(PyObject* exception) {
     if (exception == nullptr) return Error::unknown();
     gil_guard gil;

@@ -12,6 +12,9 @@ namespace tesk::cpython {
 Union<Error, None> fetch_python_error();
 // The same, with `fallback` when nothing converts; nothing stays pending.
 Error take_python_error(Error const& fallback);
+// Why a host value has no Python form: the exception its conversion raised
+// (taken), else "Unable to convert an argument: {}.". Nothing stays pending.
+Error argument_conversion_error(Any const& argument);
 // An exception instance as a host error value.
 Any error_from_exception(PyObject* exception);
 // The host error class that stands for a Python exception type.

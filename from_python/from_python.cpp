@@ -94,4 +94,9 @@ Any from_python(PyObject* object) {
     return convert(object);
 }
 
+Any from_python_locked(PyObject* object) {
+    if (!object || object == Py_None) return Any();
+    return convert(object);
+}
+
 } // namespace tesk::cpython

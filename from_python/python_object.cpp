@@ -6,6 +6,7 @@
 // written under the instance's own lock.
 #include "from_python/python_object.h"
 
+#include "from_python/field_positions.h"
 #include "from_python/python_object_members.h"
 
 #include <atomic>
@@ -18,11 +19,20 @@ namespace {
 const meta_field_untyped pyobj_field{"$_pyobj"};
 const meta_field_untyped sandbox_field{"$_sandbox"};
 
-// What `_sandbox` holds: nothing for a proxy made outside any sandbox.
+// An integer field's value, read in place (a handle would be a copy, two
+// atomic count changes made under the instance lock on every call); 0 when
+// it holds no integer, which both fields read as "nothing".
+std::int64_t integer_in(Any const& field) {
+    std::int64_t value = 0;
+    Any failure;
+    if (!Integer::test(field) || !internal::cast_int64(field, value, failure)) return 0;
+    return value;
+}
+
+// What `_sandbox` holds: nothing (0) for a proxy made outside any sandbox.
 std::int64_t sandbox_code(sandbox_level level) { return level == sandbox_level::strict ? 2 : 1; }
-std::optional<sandbox_level> sandbox_of(Any const& field) {
-    if (!Integer::test(field)) return std::nullopt;
-    switch (Integer::unsafe(field).value()) {
+std::optional<sandbox_level> sandbox_of_code(std::int64_t code) {
+    switch (code) {
     case 1: return sandbox_level::standard;
     case 2: return sandbox_level::strict;
     default: return std::nullopt;
@@ -54,6 +64,11 @@ class_accessor cpython_object_accessor{"CPythonObject", &fill_class};
 // deferred value is computed once, and a thread that asks meanwhile waits for
 // it; the computation may need the interpreter lock, so the wait is made
 // without it.
+bool needs_resolving(Any const& value) {
+    Kind k = value.kind();
+    return k == Kind::Weak || k == Kind::Computed || k == Kind::External;
+}
+
 Any resolved(Any const& value) {
     Kind k = value.kind();
     if (k == Kind::Weak) return internal::unwrap(value);
@@ -73,26 +88,41 @@ struct pyobj_slot {
     explicit operator bool() const noexcept { return instance != nullptr; }
 };
 
-pyobj_slot slot_of(Any const& value) {
+// Where the proxy classes keep the two fields: found once per class, as every
+// call through a proxy needs them.
+field_positions_cache proxy_fields;
+
+std::optional<field_positions> proxy_field_positions(internal::object_value_class const* cls) {
+    if (std::optional<field_positions> known = proxy_fields.find(cls)) return known;
+    std::uint64_t const generation = internal::modules_generation(); // before the lookup
     auto const* base = class_record.load(std::memory_order_acquire);
-    if (!base || value.kind() != Kind::Instance) return {};
-    internal::object_value_class const* cls = value.get()->class_value();
-    if (!cls || !cls->is_ancestor(base)) return {};
+    if (!base || !cls->is_ancestor(base)) return std::nullopt;
     // Inherited fields come first, and the proxy classes add none of their
     // own, so the two usually sit where the base put them; a class with
     // several field-holding parents may have moved them.
     int object = cls->find_field(pyobj_field);
     int sandbox = cls->find_field(sandbox_field);
-    if (object < 0 || sandbox < 0) return {};
+    if (object < 0 || sandbox < 0) return std::nullopt;
+    field_positions const found{static_cast<std::size_t>(object), static_cast<std::size_t>(sandbox)};
+    proxy_fields.remember(cls, generation, found);
+    return found;
+}
+
+pyobj_slot slot_of(Any const& value) {
+    if (value.kind() != Kind::Instance || !class_record.load(std::memory_order_acquire)) return {};
+    internal::object_value_class const* cls = value.get()->class_value();
+    std::optional<field_positions> positions = cls ? proxy_field_positions(cls) : std::nullopt;
+    if (!positions) return {};
     // Instances are made mutable objects; the handle only sees them as const.
     auto* instance = const_cast<internal::object_value_instance*>(
         static_cast<internal::object_value_instance const*>(value.get()));
-    return {instance, static_cast<std::size_t>(object), static_cast<std::size_t>(sandbox)};
+    return {instance, positions->first, positions->second};
 }
 
+std::optional<sandbox_level> sandbox_of(Any const& field) { return sandbox_of_code(integer_in(field)); }
+
 PyObject* address_of(Any const& field) {
-    if (!Integer::test(field)) return nullptr;
-    return reinterpret_cast<PyObject*>(static_cast<std::intptr_t>(Integer::unsafe(field).value()));
+    return reinterpret_cast<PyObject*>(static_cast<std::intptr_t>(integer_in(field)));
 }
 
 Any field_of(PyObject* object) {
@@ -100,10 +130,11 @@ Any field_of(PyObject* object) {
     return Integer(static_cast<std::int64_t>(reinterpret_cast<std::intptr_t>(object)));
 }
 
-// What a proxy holds, read in one go.
+// What a proxy holds, read in one go (the sandbox as its code: plain words
+// are cheaper to hand out of the locked section).
 struct held_state {
     PyObjectPtr object;
-    std::optional<sandbox_level> sandbox;
+    std::int64_t sandbox = 0;
 };
 
 // The caller holds the interpreter lock: the reference is taken under the
@@ -111,17 +142,15 @@ struct held_state {
 // the read and the increment (taking the spinlock under the interpreter lock
 // is the allowed order).
 held_state read_held(Any const& value) {
-    // A proxy itself, the usual case, is read without copying its handle (a
-    // copy is two atomic operations, a good part of a whole read).
-    Any resolvedValue;
-    if (value.kind() != Kind::Instance) resolvedValue = resolved(value);
-    pyobj_slot slot = slot_of(value.kind() != Kind::Instance ? resolvedValue : value);
+    Any resolvedValue; // only when it needs resolving: a copy costs two atomic operations
+    Any const& target = needs_resolving(value) ? (resolvedValue = resolved(value)) : value;
+    pyobj_slot slot = slot_of(target);
     if (!slot) return {};
     held_state held;
     std::lock_guard<spinlock> lock(slot.instance->lock());
     auto const& fields = slot.instance->fields;
     if (slot.object < fields.size()) held.object = PyObjectPtr::borrow(address_of(fields[slot.object]));
-    if (slot.sandbox < fields.size()) held.sandbox = sandbox_of(fields[slot.sandbox]);
+    if (slot.sandbox < fields.size()) held.sandbox = integer_in(fields[slot.sandbox]);
     return held;
 }
 
@@ -195,7 +224,7 @@ Any make_python_object(Class_Generic const& cls, PyObject* object) {
 
 python_object_scope::python_object_scope(Any const& proxy) {
     held_state held = read_held(proxy);
-    if (held.sandbox) sandbox_.emplace(*held.sandbox);
+    if (std::optional<sandbox_level> level = sandbox_of_code(held.sandbox)) sandbox_.emplace(*level);
     object_ = std::move(held.object);
 }
 

@@ -78,10 +78,7 @@ Any set_property_value(Any const& self, String const& name, Any const& value) {
     python_object_scope scope(self);
     if (!scope) return null_object_error();
     PyObjectPtr converted = to_python_ref(value);
-    if (!converted) {
-        if (PyErr_Occurred()) return pending_error();
-        return Error(String("Unable to convert an argument: {}.").arg(value));
-    }
+    if (!converted) return argument_conversion_error(value);
     if (PyObject_SetAttrString(scope.object(), name.c_str(), converted.get()) < 0) return pending_error();
     return Any();
 }
@@ -132,10 +129,7 @@ Any insert_property(Any const& self, String const& name, Property const& inserte
         return Error(String(
             "Unable to insert non-value property to a python object, use 'raw_insert_property' instead."));
     PyObjectPtr converted = to_python_ref(constant);
-    if (!converted) {
-        if (PyErr_Occurred()) return pending_error();
-        return Error(String("Unable to convert an argument: {}.").arg(constant));
-    }
+    if (!converted) return argument_conversion_error(constant);
     if (PyObject_SetAttrString(scope.object(), name.c_str(), converted.get()) < 0) return pending_error();
     return Any();
 }
@@ -159,10 +153,7 @@ Any insert_method(Any const& self, String const& name, I_Callable_Generic const&
     python_object_scope scope(self);
     if (!scope) return null_object_error();
     PyObjectPtr converted = to_python_ref(callable);
-    if (!converted) {
-        if (PyErr_Occurred()) return pending_error();
-        return Error(String("Unable to convert an argument: {}.").arg(callable));
-    }
+    if (!converted) return argument_conversion_error(callable);
     if (PyObject_SetAttrString(scope.object(), name.c_str(), converted.get()) < 0) return pending_error();
     return Any();
 }

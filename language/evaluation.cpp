@@ -27,9 +27,6 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// A module of this importance is internal to the host: evaluations never see it.
-constexpr int hidden_importance = 10;
-
 // The entries of a host map, in its iteration order.
 Any map_entries(I_Map_Generic const& map, std::vector<std::pair<Any, Any>>& entries) {
     if (auto hashMap = HashMap::cast(map)) {
@@ -262,23 +259,7 @@ Any evaluate_expression(String const& code, Union<I_Map<String, Any>, None> cons
 
 } // namespace
 
-PyObject* host_modules_dict() {
-    gil_guard gil;
-    PyObjectPtr dict = PyObjectPtr::steal(PyDict_New());
-    if (!dict) return nullptr;
-    for (Module const& module : modules()) {
-        if (module.importance() == hidden_importance) continue;
-        String const name = module.name();
-        // Dotted modules are reached through their parents, not by name.
-        if (!name.contains(".")) (void)set_converted_item(dict.get(), name, module);
-        if (property_of(module, internal::inlined_key())) {
-            for (auto const& [member, cls] : module.classes()) (void)set_converted_item(dict.get(), member, cls);
-            for (auto const& [member, callable] : module.callables())
-                (void)set_converted_item(dict.get(), member, callable);
-        }
-    }
-    return dict.release();
-}
+PyObject* host_modules_dict() { return host_modules_by_name(host_module_names::modules_and_inlined).release(); }
 
 Result<Any> language_python_evaluate_method(Any const& self, String const& code,
                                             Union<I_Map<String, Any>, None> const& locals,

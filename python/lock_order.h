@@ -67,6 +67,14 @@
 //   under it; the old value is dropped after it (rule 2), inside the sandbox
 //   the proxy carries. Taken under the interpreter lock when a reference is
 //   taken.
+// - Host classes of Python types (from_python/python_type_class.cpp,
+//   type_class_cache; a spinlock): Python types to the classes made for them.
+//   Taken under the interpreter lock for the lookup and for the insertion
+//   only; a class is built outside it (building runs Python code).
+// - Proxy field positions (from_python/field_positions.h): not a lock, a
+//   sequence number per slot; readers retry nothing (a busy or changed slot
+//   is a miss) and a writer that finds its slot being written skips it, so
+//   nobody ever waits. Used with or without the interpreter lock.
 // - Pending search paths (extension/sys_path.h, sys_path_queue; a std::mutex):
 //   the paths queued before the interpreter runs and whether the start-up has
 //   taken them. A leaf: taken with or without the interpreter lock, and no

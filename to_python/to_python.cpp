@@ -200,4 +200,9 @@ PyObject* to_python(Any const& value) {
     return convert(value);
 }
 
+PyObject* to_python_locked(Any const& value) {
+    if (!value.get()) return Py_NewRef(Py_None);
+    return convert(value);
+}
+
 } // namespace tesk::cpython

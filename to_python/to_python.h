@@ -16,6 +16,11 @@ inline constexpr int conversion_depth_limit = 200;
 // Takes the interpreter lock itself.
 PyObject* to_python(Any const& value);
 
+// The same, for a caller that holds the interpreter lock already (calls
+// through a proxy convert every argument: each guard costs a thread-local
+// lookup in libpython).
+PyObject* to_python_locked(Any const& value);
+
 // The same, owned.
 inline PyObjectPtr to_python_ref(Any const& value) { return PyObjectPtr::steal(to_python(value)); }
 

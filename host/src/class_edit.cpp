@@ -155,6 +155,10 @@ void set_coercion_unsafe(Class_Generic const& cls, internal::coercion_function c
     set_hook(cls, &class_table::coercion, std::move(coercion));
 }
 
+void set_invoke_hook_unsafe(Class_Generic const& cls, internal::invoke_hook hook) {
+    internal::edit_table(cls.record(), [&](class_table& t) { t.invoke = hook; });
+}
+
 void set_finalizer_unsafe(Class_Generic const& cls, Any const& finalizer) {
     Any displaced = finalizer;
     internal::edit_table(cls.record(), [&](class_table& t) { std::swap(t.finalizer, displaced); });

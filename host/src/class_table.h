@@ -46,6 +46,7 @@ struct class_table {
     std::shared_ptr<method_lookup_hook const> method_hook;
     std::shared_ptr<property_read_hook const> property_read;
     std::shared_ptr<property_write_hook const> property_write;
+    invoke_hook invoke = nullptr; // a plain function: copied with the table
     Any finalizer;      // callable taking the instance
     Any setup_callback; // callable taking the class
     object_value_class const* method_owner = nullptr; // another record that owns the methods

@@ -147,6 +147,38 @@ TEST(Callables, InstancesOfClassesImplementingICallable) {
     EXPECT_TRUE(c.isIndependent()) << "kept in the _independent field of I_Callable";
 }
 
+// An invoke hook that tells its calls apart from "call": the product of
+// the arguments, and the instance it was given.
+Any product_invoke(Any const& self, std::span<Any const> args) {
+    std::int64_t total = 1;
+    for (Any const& a : args) total *= Integer::cast(a).value().value();
+    return Tuple({self, Integer(total)});
+}
+
+TEST(Callables, AnInvokeHookTakesTheCallsOfInstancesInsteadOfCall) {
+    class_builder_base b{String("HookedCallable")};
+    b.entry(entry_tag::interface_methods,
+            {I_Callable_Generic::getClass(), method_builder_base(String("call")).assign_func(make_closure(sum_call)).build()});
+    Class_Generic cls = b.build().as<Class_Generic>();
+    auto c = I_Callable_Generic::unsafe(cls.allocateInstance());
+    auto plain = I_Callable_Generic::unsafe(b.build().as<Class_Generic>().allocateInstance());
+
+    set_invoke_hook_unsafe(cls, &product_invoke);
+    Any result = c({Integer(2), Integer(3), Integer(4)});
+    ASSERT_TRUE(Tuple::test(result)) << display(result).toUtf8();
+    EXPECT_TRUE(Tuple::unsafe(result)[0].isSame(c)) << "the hook gets the instance itself";
+    EXPECT_EQ(Integer::cast(Tuple::unsafe(result)[1]).value().value(), 24);
+    // Every way of calling goes through invoke, and so through the hook.
+    EXPECT_TRUE(Tuple::test(c.callWith(List{Integer(5)})));
+    // The method stays, for callers that look it up by name; another class
+    // (here one built from the same entries) keeps calling "call".
+    EXPECT_EQ(Integer::cast(c.callMethod(String("call"), std::vector<Any>{List{Integer(5)}})).value().value(), 5);
+    EXPECT_EQ(Integer::cast(plain({Integer(2), Integer(3)})).value().value(), 5);
+
+    set_invoke_hook_unsafe(cls, nullptr);
+    EXPECT_EQ(Integer::cast(c({Integer(2), Integer(3), Integer(4)})).value().value(), 9) << "back to \"call\"";
+}
+
 Any getter_two(Any const&, Any const&) { return Any(); }
 Any getter_defaulted(Any const&, Any const&) { return Any(); }
 Any getter_none() { return Integer(1); }

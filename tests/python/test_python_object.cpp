@@ -67,6 +67,23 @@ TEST_F(PythonObject, RecognisedThroughDeferredValuesAndOnlyForProxies) {
     EXPECT_EQ(get_pyobj(instance).get(), object.get());
 }
 
+TEST_F(PythonObject, TheHeldObjectIsFoundAfterAFieldMovesIt) {
+    // Inherited fields come first: a field added later to the first base of
+    // a proxy class moves `_pyobj` in the instances made afterwards.
+    Class_Generic first = class_builder_base(String("CPythonObjectTestFirstBase")).build().as<Class_Generic>();
+    Class_Generic derived = class_builder_base(String("CPythonObjectTestMovedFields"))
+                                .bases({first, cpython_object_class()})
+                                .build()
+                                .as<Class_Generic>();
+    PyObjectPtr object = eval("object()");
+    EXPECT_EQ(get_pyobj(make_python_object(derived, object.get())).get(), object.get());
+    add_class_field_unsafe(first, internal::field_info{String("moved_by"), Type::untyped(), String()});
+    Any later = make_python_object(derived, object.get());
+    EXPECT_EQ(get_pyobj(later).get(), object.get());
+    EXPECT_TRUE(Integer::test(later.fieldValue(String("_pyobj"))));
+    EXPECT_TRUE(later.fieldValue(String("moved_by")).isNone());
+}
+
 TEST_F(PythonObject, ConversionsLeakNoHostObjects) {
     PyObjectPtr list = eval("[1, 2, 3]");
     from_python(list.get()); // first use builds what lives for the process

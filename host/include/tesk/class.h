@@ -46,6 +46,9 @@ using method_lookup_hook = std::function<Any(Any const& self, String const& name
 using property_read_hook = std::function<Any(Any const& self, String const& name)>;       // value or Error
 using property_write_hook = std::function<Any(Any const& self, String const& name, Any const& value)>;
 using coercion_function = std::function<Any(Any const& value)>; // value → instance of the class, or Error
+// What calling an instance does: the result or an Error. A plain function, so
+// that a call reads it from the class table without copying anything.
+using invoke_hook = Any (*)(Any const& self, std::span<Any const> args);
 using instance_factory = object_value* (*)(object_value_class const* cls);
 
 struct class_table;         // the mutable parts of a record (internal)
@@ -242,6 +245,11 @@ TESK_API void set_method_hook_unsafe(Class_Generic const& cls, internal::method_
 TESK_API void set_property_hooks_unsafe(Class_Generic const& cls, internal::property_read_hook read,
                                         internal::property_write_hook write);
 TESK_API void set_coercion_unsafe(Class_Generic const& cls, internal::coercion_function coercion);
+// Calls of the class's instances (I_Callable_Generic::invoke) go straight to
+// `hook`, with the instance and the arguments, instead of through the
+// instance's method "call" and a list of the arguments. Not inherited, like
+// the other hooks; nullptr gives the calls back to "call".
+TESK_API void set_invoke_hook_unsafe(Class_Generic const& cls, internal::invoke_hook hook);
 TESK_API void set_finalizer_unsafe(Class_Generic const& cls, Any const& finalizer);
 
 namespace internal {
