@@ -18,7 +18,7 @@ std::optional<field_positions> field_positions_cache::find(internal::object_valu
     field_positions const positions{s.first.load(std::memory_order_relaxed), s.second.load(std::memory_order_relaxed)};
     std::atomic_thread_fence(std::memory_order_acquire);
     if (s.sequence.load(std::memory_order_relaxed) != before) return std::nullopt; // written meanwhile
-    if (record != cls || generation != internal::modules_generation()) return std::nullopt;
+    if (record != cls || generation != internal::class_publication_count()) return std::nullopt;
     return positions;
 }
 

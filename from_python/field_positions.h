@@ -16,7 +16,7 @@ struct field_positions {
 };
 
 // The positions for a few classes, each found once and kept until some class
-// is edited (the host's modules_generation moves): an edit may add a field to
+// is edited (the host's class_publication_count moves): an edit may add a field to
 // a base class, which moves the fields of every class below it. Lock-free:
 // a reader never waits, and a writer that finds its slot being written does
 // not remember.

@@ -94,7 +94,7 @@ field_positions_cache proxy_fields;
 
 std::optional<field_positions> proxy_field_positions(internal::object_value_class const* cls) {
     if (std::optional<field_positions> known = proxy_fields.find(cls)) return known;
-    std::uint64_t const generation = internal::modules_generation(); // before the lookup
+    std::uint64_t const generation = internal::class_publication_count(); // before the lookup
     auto const* base = class_record.load(std::memory_order_acquire);
     if (!base || !cls->is_ancestor(base)) return std::nullopt;
     // Inherited fields come first, and the proxy classes add none of their

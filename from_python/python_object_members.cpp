@@ -102,16 +102,21 @@ Union<Property, None> property(Any const& self, String const& name) {
     if (auto own = raw_property_of(self, name)) return own;
     python_object_scope scope(self);
     if (!scope) return {};
+    // A Python property lives in the class: read through the instance it
+    // would give its value, not itself.
+    PyObjectPtr declared = PyObjectPtr::steal(PyObject_GetAttrString(
+        reinterpret_cast<PyObject*>(Py_TYPE(scope.object())), name.c_str()));
+    if (!declared) PyErr_Clear();
+    if (declared && PyObject_TypeCheck(declared.get(), &PyProperty_Type)) {
+        if (auto getter = property_accessor(declared.get(), "fget")) {
+            auto setter = property_accessor(declared.get(), "fset");
+            return Property(getter.value(), setter.has_value() ? Any(setter.value()) : Any(), String());
+        }
+    }
     PyObjectPtr value = attribute(scope, name);
     if (!value) {
         PyErr_Clear();
         return {};
-    }
-    if (PyObject_TypeCheck(value.get(), &PyProperty_Type)) {
-        if (auto getter = property_accessor(value.get(), "fget")) {
-            auto setter = property_accessor(value.get(), "fset");
-            return Property(getter.value(), setter.has_value() ? Any(setter.value()) : Any(), String());
-        }
     }
     // A snapshot: later changes of the attribute do not reach this Property.
     property_builder_base snapshot(name);

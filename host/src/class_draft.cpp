@@ -72,6 +72,9 @@ Class_Generic class_draft::publish() {
         internal::unpublished_record table(class_.record());
         internal::give_default_factory(*table);
     }
+    // A member snapshot made while the draft was filled (allocating an
+    // instance makes one) does not know what was added after it.
+    internal::class_record_access::version(class_.record()).fetch_add(1, std::memory_order_seq_cst);
     internal::count_publication();
     return std::move(class_);
 }

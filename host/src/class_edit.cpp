@@ -87,9 +87,10 @@ void give_default_factory(class_table& table) {
     if (!table.factory && (table.traits & traits::interface) == 0) table.factory = make_plain_instance;
 }
 
-void count_publication() noexcept { g_publications.fetch_add(1, std::memory_order_relaxed); }
+// Sequentially consistent: a reader that sees the count of an edit sees its table.
+void count_publication() noexcept { g_publications.fetch_add(1, std::memory_order_seq_cst); }
 
-std::uint64_t class_publication_count() noexcept { return g_publications.load(std::memory_order_relaxed); }
+std::uint64_t class_publication_count() noexcept { return g_publications.load(std::memory_order_seq_cst); }
 
 } // namespace internal
 

@@ -61,6 +61,16 @@ TEST(ClassDraft, ParentsTraitsCallOperatorAndFactory) {
     EXPECT_EQ(String::unsafe(instance.callMethod(String("inherited"))), String("mine"));
 }
 
+TEST(ClassDraft, AnInstanceMadeWhileDraftingSeesEveryMemberOnceItIsPublished) {
+    class_draft draft(String("EarlyInstance"));
+    Any early = draft.cls().allocateInstance(); // looks the class's members up already
+    draft.add_method(String("late"), returning(String("here")));
+    draft.add_property(String("later"), fixed(Integer(3)));
+    (void)draft.publish();
+    EXPECT_EQ(String::unsafe(early.callMethod(String("late"))), String("here"));
+    EXPECT_EQ(Integer::unsafe(early.propertyValue(String("later"))).value(), 3);
+}
+
 TEST(ClassDraft, EditorsForRunTimeClasses) {
     Class_Generic cls = class_draft(String("Edited")).publish();
     std::uint64_t const before = internal::class_publication_count();

@@ -88,11 +88,6 @@ TEST(Language, ToCodeFallsBackWhenReprRaises) {
     (void)code;
 }
 
-TEST(Language, LookupMembersOfLaterWorkSayTheyAreNotAvailable) {
-    EXPECT_EQ(error_message(call_language("resolve", {String("math.pi")})), "Not available yet: resolve.");
-    EXPECT_EQ(error_message(call_language("importAllModules", {})), "Not available yet: importAllModules.");
-}
-
 TEST(Language, PythonModuleHasItsDocAndIcon) {
     auto module = find_module("python");
     ASSERT_TRUE(module);

@@ -53,7 +53,9 @@ TESK_API void set_declaring_context_unsafe(Class_Generic const& cls, Any const& 
 
 namespace internal {
 // How many class tables have been made visible to other threads: one per
-// published draft and one per edit of a published class.
+// published draft and one per edit of a published class. What a caller
+// derives from class tables (where a field sits) stays valid while it
+// stands still; a reader that sees a count sees the tables it counts.
 TESK_API std::uint64_t class_publication_count() noexcept;
 } // namespace internal
 
