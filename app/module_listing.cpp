@@ -79,7 +79,10 @@ std::string signature_of(tesk::I_Callable_Generic const& callable) {
 
 int print_module(std::string const& name) {
     auto module = tesk::find_module(tesk::String(name));
-    if (!module) return report_error(tesk::Error(tesk::String("No host module named '{}'.").arg(name)));
+    if (!module) {
+        char const* hint = name.starts_with("python.") ? " (--all exports every Python module first)" : "";
+        return report_error(tesk::Error(tesk::String("No host module named '{}'{}.").arg(name, hint)));
+    }
     tesk::Module m = module.value();
     std::cout << m.name().asChars() << '\n';
     if (std::string const doc = first_line(m.doc()); !doc.empty()) std::cout << "  " << doc << '\n';
