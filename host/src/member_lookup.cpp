@@ -292,7 +292,11 @@ Any Any::setFieldValue(String const& name, Any const& value) const {
     int index;
     if (Any e = field_slot(*this, name, index); e.isError()) return e;
     Any stored = value;
-    Any type = get()->class_value()->all_fields()[static_cast<std::size_t>(index)].type;
+    Any type;
+    {
+        read_section section; // the field's type alone, not a copy of every field
+        type = members_of(get()->class_value()).fields[static_cast<std::size_t>(index)].type;
+    }
     if (value.hasValue() && Class_Generic::test(type) && !Type::unsafe(type).isUntyped()) {
         stored = Class_Generic::unsafe(type).coerce(value);
         if (stored.isError()) return stored;
