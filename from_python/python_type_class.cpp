@@ -75,6 +75,16 @@ private:
     bool owner_ = false;
 };
 
+// The host text of each doc string met while mirroring, so that the many
+// attributes that share one (every int attribute has int's) share one host
+// String too. The doc objects are kept (never released, as process-wide
+// caches are), so that an address is never reused for another text.
+// Guarded by the interpreter lock alone.
+std::unordered_map<PyObject*, String>& doc_texts() {
+    static auto* const texts = new std::unordered_map<PyObject*, String>;
+    return *texts;
+}
+
 // The "__doc__" text of an object; empty when it is missing or no text.
 String doc_of(PyObject* object) {
     PyObjectPtr doc = PyObjectPtr::steal(PyObject_GetAttrString(object, "__doc__"));
@@ -82,8 +92,12 @@ String doc_of(PyObject* object) {
         PyErr_Clear();
         return String();
     }
+    if (!PyUnicode_CheckExact(doc.get())) return String();
+    auto& texts = doc_texts();
+    if (auto found = texts.find(doc.get()); found != texts.end()) return found->second;
     Any text = from_python(doc.get());
-    return String::test(text) ? String::unsafe(text) : String();
+    if (!String::test(text)) return String();
+    return texts.emplace(doc.release(), String::unsafe(text)).first->second;
 }
 
 // The class's name without its module: "collections.OrderedDict" gives "OrderedDict".

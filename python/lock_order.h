@@ -104,6 +104,8 @@
 // - The table of host modules evaluations start from (language/evaluation.cpp,
 //   modules_table) and the generation it was made for; remade when the host's
 //   modules_generation() moves.
+// - The doc texts met while mirroring Python classes
+//   (from_python/python_type_class.cpp, doc_texts).
 // - Python's warning filters, to which a block's quick compilation adds one
 //   entry and removes it again before the lock can be given up
 //   (language/code_compiler.cpp, warnings_as_errors).
