@@ -49,6 +49,14 @@ Union<I_Callable_Generic, None> python_method(Any const& self, String const& nam
 
 // Calls a getter or setter that the class stores: with the proxy first,
 // unless it is independent.
+// Sets the Python attribute `name` of the scope's object to a host value.
+Any set_python_attribute(python_object_scope const& scope, String const& name, Any const& value) {
+    PyObjectPtr converted = to_python_ref(value);
+    if (!converted) return argument_conversion_error(value);
+    if (PyObject_SetAttrString(scope.object(), name.c_str(), converted.get()) < 0) return pending_error();
+    return Any();
+}
+
 Any call_accessor(Any const& accessor, Any const& self, std::span<Any const> args) {
     I_Callable_Generic callable = I_Callable_Generic::unsafe(accessor);
     if (callable.isIndependent()) return callable.invoke(args);
@@ -77,10 +85,7 @@ Any set_property_value(Any const& self, String const& name, Any const& value) {
         return Error(String("The property '{}' is read-only for '{}'.").arg(name, self));
     python_object_scope scope(self);
     if (!scope) return null_object_error();
-    PyObjectPtr converted = to_python_ref(value);
-    if (!converted) return argument_conversion_error(value);
-    if (PyObject_SetAttrString(scope.object(), name.c_str(), converted.get()) < 0) return pending_error();
-    return Any();
+    return set_python_attribute(scope, name, value);
 }
 
 // A callable part of a Python property (fget, fset) as a host callable that
@@ -133,10 +138,7 @@ Any insert_property(Any const& self, String const& name, Property const& inserte
     if (constant.isNone())
         return Error(String(
             "Unable to insert non-value property to a python object, use 'raw_insert_property' instead."));
-    PyObjectPtr converted = to_python_ref(constant);
-    if (!converted) return argument_conversion_error(constant);
-    if (PyObject_SetAttrString(scope.object(), name.c_str(), converted.get()) < 0) return pending_error();
-    return Any();
+    return set_python_attribute(scope, name, constant);
 }
 
 // ---- methods -----------------------------------------------------------------
@@ -157,10 +159,7 @@ Any insert_method(Any const& self, String const& name, I_Callable_Generic const&
     }
     python_object_scope scope(self);
     if (!scope) return null_object_error();
-    PyObjectPtr converted = to_python_ref(callable);
-    if (!converted) return argument_conversion_error(callable);
-    if (PyObject_SetAttrString(scope.object(), name.c_str(), converted.get()) < 0) return pending_error();
-    return Any();
+    return set_python_attribute(scope, name, callable);
 }
 
 Boolean remove_nothing(Any const&, String const&) { return Boolean(false); }

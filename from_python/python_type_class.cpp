@@ -85,8 +85,9 @@ std::unordered_map<PyObject*, String>& doc_texts() {
     return *texts;
 }
 
-// The "__doc__" text of an object; empty when it is missing or no text.
-String doc_of(PyObject* object) {
+} // namespace
+
+String doc_text(PyObject* object) {
     PyObjectPtr doc = PyObjectPtr::steal(PyObject_GetAttrString(object, "__doc__"));
     if (!doc) {
         PyErr_Clear();
@@ -99,6 +100,8 @@ String doc_of(PyObject* object) {
     if (!String::test(text)) return String();
     return texts.emplace(doc.release(), String::unsafe(text)).first->second;
 }
+
+namespace {
 
 // The class's name without its module: "collections.OrderedDict" gives "OrderedDict".
 String class_name_of(PyObject* type) {
@@ -145,11 +148,11 @@ Property fixed_property(String const& name, Any const& value, String const& doc)
 void mirror_entry(class_draft& draft, String const& name, PyObject* value) {
     if (PyType_Check(value)) {
         Any nested = host_class_for_python_type(value);
-        if (!nested.isError()) draft.add_property(name, fixed_property(name, nested, doc_of(value)));
+        if (!nested.isError()) draft.add_property(name, fixed_property(name, nested, doc_text(value)));
         return;
     }
     if (!PyCallable_Check(value)) {
-        String const doc = doc_of(value);
+        String const doc = doc_text(value);
         Any converted = from_python(value);
         if (!is_python_object(converted) && !converted.isError()) {
             draft.add_property(name, fixed_property(name, converted, doc));
@@ -219,7 +222,7 @@ Class_Generic build_class(PyObject* type) {
         draft.add_property(Error::$$message, message.build());
     }
     mirror_namespace(draft, type);
-    draft.set_doc(doc_of(type));
+    draft.set_doc(doc_text(type));
     mirror_bases(draft, type);
     return draft.publish();
 }

@@ -15,6 +15,11 @@ namespace tesk::cpython {
 // type. "Not a type." for anything else. The caller holds the interpreter lock.
 Any host_class_for_python_type(PyObject* type);
 
+// The "__doc__" text of an object; empty when it is missing or no text. One
+// host String per Python doc string (the attributes that share one share
+// the text). The caller holds the interpreter lock.
+String doc_text(PyObject* object);
+
 // The Python type a host class was made for (borrowed; such classes live for
 // the process), or null for any other class.
 PyObject* python_type_of_class(Any const& cls);

@@ -6,6 +6,7 @@
 #include "proxies/python_module.h"
 
 #include "from_python/from_python.h"
+#include "from_python/python_type_class.h"
 
 #include <mutex>
 
@@ -51,16 +52,6 @@ void export_entry(class_draft& draft, Module const& module, exported_members& me
     members.callables.set(name, converted);
 }
 
-String module_doc(PyObject* module) {
-    PyObjectPtr doc = PyObjectPtr::steal(PyObject_GetAttrString(module, "__doc__"));
-    if (!doc) {
-        PyErr_Clear();
-        return String();
-    }
-    Any text = from_python(doc.get());
-    return String::test(text) ? String::unsafe(text) : String();
-}
-
 } // namespace
 
 Class_Generic cpython_module_class() { return cpython_module_accessor(); }
@@ -86,7 +77,7 @@ Module python_module(String const& name, PyObject* module) {
         }
     }
     PyErr_Clear();
-    String const doc = module_doc(module);
+    String const doc = doc_text(module);
     draft.set_doc(doc);
     (void)draft.publish();
 
