@@ -51,7 +51,7 @@ Options:
                        code objects, writes to inherited descriptors,
                        ending or signalling the process and atexit handlers
   --extension PATH     the Python extension library to load (default:
-                       libbrimora_python.so beside this program)
+                       libbrimora_python.so beside brimora's libraries)
   --timeout SECONDS    stop the code after SECONDS (a number above 0)
   -h, --help           print this help
   --                   what follows is code, even when it starts with '-'

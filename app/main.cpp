@@ -2,7 +2,6 @@
 // way every Tesk host does, and runs the code given on the command line.
 #include "app/command_line.h"
 #include "app/evaluation.h"
-#include "app/extension_loader.h"
 #include "app/interruption.h"
 #include "app/platform.h"
 #include "app/report.h"
@@ -27,22 +26,21 @@ tesk::Any code_of(Invocation const& invocation) {
 }
 
 // Ctrl-C stops the evaluation that this thread runs from now on.
-void stop_on_interrupt() {
-    tesk::Any thread = evaluation_thread();
-    on_interrupt([thread] { return !thread.isError() && stop_evaluation(thread); });
+void stop_on_interrupt(Python const& python) {
+    auto thread = python.evaluation_thread();
+    on_interrupt([python, thread] { return thread && python.interrupt(*thread); });
 }
 
 // After the code: what python3 does before it exits, then the output made
 // sure of. The first failure decides the exit status.
-int finish(int status) {
+int finish(Python const& python, int status) {
     // The result goes out first, as python3 prints before its exit handlers run.
     auto flushed = [&status] {
         if (tesk::Any written = flush_output(); written.isError() && status == 0)
             status = report_error(written.error());
     };
     flushed();
-    if (tesk::Any finished = finish_python_work(); finished.isError() && status == 0)
-        status = report_error(finished.error());
+    if (Outcome finished = python.finish(); !finished && status == 0) status = report_error(finished.error());
     flushed();
     return status;
 }
@@ -50,45 +48,41 @@ int finish(int status) {
 // Starts the host the way every Tesk host does (the extension loaded, the
 // module tesk defined, the init handlers run), finds the Python language and
 // lets Ctrl-C stop the code that this thread runs.
-tesk::Union<tesk::Class_Generic, tesk::Error> start_host(std::optional<std::string> const& extensionPath) {
+Python start_host(std::optional<std::string> const& extensionPath) {
     // The interpreter is never finalised, so nothing would flush Python's own
     // buffers of standard output at exit: have it write through instead.
     setenv("PYTHONUNBUFFERED", "1", 0);
-    auto extension = LoadedExtension::load(extensionPath.value_or(default_extension_path()));
-    if (auto* error = std::get_if<tesk::Error>(&extension)) return *error;
-    define_tesk_module();
-    tesk::run_init_handlers();
-    auto language = find_python_language();
-    if (language.is<tesk::Class_Generic>()) stop_on_interrupt();
-    return language;
+    Python python = Python::start(extensionPath.value_or(default_extension_path()), define_tesk_module);
+    if (python) stop_on_interrupt(python);
+    return python;
 }
 
 int run(Invocation const& invocation) {
     hold_interrupt_signal();
     tesk::Any code = code_of(invocation);
     if (code.isError()) return report_error(code.error());
-    auto language = start_host(invocation.extension);
-    if (language.is<tesk::Error>()) return report_error(language.as<tesk::Error>());
-    tesk::Class_Generic languageClass = language.as<tesk::Class_Generic>();
+    Python python = start_host(invocation.extension);
+    if (!python) return report_error(python.error());
+    if (Outcome chosen = python.set_sandbox(sandbox_of(invocation)); !chosen) return report_error(chosen.error());
     if (invocation.timeout) {
-        if (tesk::Any limited = set_time_limit(*invocation.timeout); limited.isError())
+        if (Outcome limited = python.set_time_limit(*invocation.timeout); !limited)
             return report_error(limited.error());
     }
     tesk::EvaluationScope scope = make_scope(invocation);
-    tesk::Any result = evaluate(languageClass, invocation, tesk::String::unsafe(code), scope);
+    tesk::Any result = evaluate(python, invocation, tesk::String::unsafe(code), scope);
     if (interrupt_requested()) return report_interrupted();
-    if (invocation.timeout) (void)set_time_limit(0);
-    if (result.isError()) return finish(report_error(result.error()));
-    return finish(report_result(languageClass, result, scope));
+    if (invocation.timeout) (void)python.set_time_limit(0);
+    if (result.isError()) return finish(python, report_error(result.error()));
+    return finish(python, report_result(python, result, scope));
 }
 
 int run(ScriptRun const& script) {
     hold_interrupt_signal();
-    auto language = start_host(script.extension);
-    if (language.is<tesk::Error>()) return report_error(language.as<tesk::Error>());
-    int status = run_script(language.as<tesk::Class_Generic>(), script);
+    Python python = start_host(script.extension);
+    if (!python) return report_error(python.error());
+    int status = run_script(python, script);
     if (interrupt_requested()) return report_interrupted();
-    return finish(status);
+    return finish(python, status);
 }
 
 int usage_error(UsageError const& error) {

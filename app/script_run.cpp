@@ -1,6 +1,5 @@
 #include "app/script_run.h"
 
-#include "app/evaluation.h"
 #include "app/report.h"
 
 namespace brimora {
@@ -71,7 +70,7 @@ return 0
 
 } // namespace
 
-int run_script(tesk::Class_Generic const& language, ScriptRun const& run) {
+int run_script(Python const& python, ScriptRun const& run) {
     // A tuple: it reaches Python as a tuple of str.
     std::vector<tesk::Any> arguments;
     for (std::string const& argument : run.arguments) arguments.push_back(tesk::String(argument));
@@ -83,7 +82,7 @@ int run_script(tesk::Class_Generic const& language, ScriptRun const& run) {
     tesk::HashMap globals;
     globals.set(tesk::String("__name__"), tesk::String("__main__"));
     tesk::EvaluationScope scope(tesk::Any(), locals, globals, tesk::Any());
-    tesk::Any status = evaluate_block(language, tesk::String(runner), scope);
+    tesk::Any status = python.evaluate(tesk::String(runner), scope).value();
     if (status.isError()) return report_error(status.error());
     if (auto code = tesk::Integer::cast(status)) return static_cast<int>(code.value().value());
     return 1;
