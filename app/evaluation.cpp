@@ -18,9 +18,9 @@ tesk::EvaluationScope make_scope(Invocation const& invocation) {
                                  map_of(invocation.outLocals));
 }
 
-Sandbox sandbox_of(Invocation const& invocation) {
-    if (invocation.strictSandbox) return Sandbox::strict;
-    return invocation.sandbox ? Sandbox::standard : Sandbox::off;
+Sandbox sandbox_of(EvaluationOptions const& options) {
+    if (options.strictSandbox) return Sandbox::strict;
+    return options.sandbox ? Sandbox::standard : Sandbox::off;
 }
 
 tesk::Any evaluate(Python const& python, Invocation const& invocation, tesk::String const& code,

@@ -13,8 +13,8 @@ namespace brimora {
 // out-locals, each none when no such option was given.
 tesk::EvaluationScope make_scope(Invocation const& invocation);
 
-// The sandbox that an invocation asks for (--sandbox, --sandbox=strict).
-Sandbox sandbox_of(Invocation const& invocation);
+// The sandbox that the options ask for (--sandbox, --sandbox=strict).
+Sandbox sandbox_of(EvaluationOptions const& options);
 
 // Runs `code` as the invocation's kind (expression or block) with
 // (code, scope) in the handle's sandbox. The result or an Error.

@@ -4,6 +4,7 @@
 #include "app/evaluation.h"
 #include "app/interruption.h"
 #include "app/platform.h"
+#include "app/repl.h"
 #include "app/report.h"
 #include "app/script_run.h"
 #include "app/tesk_module.h"
@@ -15,6 +16,8 @@
 #include <exception>
 #include <iostream>
 #include <span>
+
+#include <unistd.h>
 
 namespace brimora {
 namespace {
@@ -85,6 +88,14 @@ int run(ScriptRun const& script) {
     return finish(python, status);
 }
 
+// The prompt leaves SIGINT to Python (KeyboardInterrupt, as in python3)
+// instead of holding it: Ctrl-C cancels an entry, not the session.
+int run(ReplRun const& repl) {
+    Python python = start_host(repl.extension);
+    if (!python) return report_error(python.error());
+    return finish(python, run_repl(python, repl));
+}
+
 int usage_error(UsageError const& error) {
     std::cerr << "brimora: " << error.message << '\n' << usage_text();
     return 2;
@@ -105,9 +116,11 @@ int main(int argc, char** argv) {
     // gives children started by subprocess the default action back.
     std::signal(SIGPIPE, SIG_IGN);
     try {
-        CommandLine commandLine = parse_command_line(std::span<char const* const>(argv + 1, argc - 1));
+        CommandLine commandLine =
+            parse_command_line(std::span<char const* const>(argv + 1, argc - 1), isatty(STDIN_FILENO) == 1);
         if (auto* invocation = std::get_if<Invocation>(&commandLine)) return run(*invocation);
         if (auto* script = std::get_if<ScriptRun>(&commandLine)) return run(*script);
+        if (auto* repl = std::get_if<ReplRun>(&commandLine)) return run(*repl);
         if (auto* error = std::get_if<UsageError>(&commandLine)) return usage_error(*error);
         return help();
     } catch (std::exception const& e) {
