@@ -48,10 +48,28 @@ expect_screen() {
     grep -qF -- "$1" "$screen" || { fail "the screen lacks: $1"; show_screen; }
 }
 
-# The pane stays open after brimora ends, so that its screen can be read;
-# the exit status goes to a file.
-tmux_ new-session -d -s repl -x 120 -y 50 \
-    "env HOME='$WORK' TERM=xterm-256color BRIMORA_HISTORY='$WORK/history' '$BRIMORA' repl; echo \$? >'$WORK/status.part'; mv '$WORK/status.part' '$WORK/status'; sleep 600"
+# Starts brimora with these arguments in the pane "repl". The pane stays
+# open after brimora ends, so that its screen can be read; the exit status
+# goes to $WORK/status.
+start_in_pane() {
+    rm -f "$WORK/status"
+    tmux_ kill-session -t repl 2>/dev/null
+    tmux_ new-session -d -s repl -x 120 -y 50 \
+        "env HOME='$WORK' TERM=xterm-256color BRIMORA_HISTORY='$WORK/history' '$BRIMORA' $*; echo \$? >'$WORK/status.part'; mv '$WORK/status.part' '$WORK/status'; sleep 600"
+}
+# Waits for brimora to end and checks its exit status.
+expect_exit_status() {
+    local tries=0
+    until [ -e "$WORK/status" ] || [ "$tries" -gt 600 ]; do
+        tries=$((tries + 1))
+        sleep 0.1
+    done
+    check true
+    [ "$(cat "$WORK/status" 2>/dev/null)" = "$1" ] ||
+        { fail "brimora did not end with status $1 (status: $(cat "$WORK/status" 2>/dev/null))"; capture; show_screen; }
+}
+
+start_in_pane repl
 wait_for ">>> "
 expect_screen "Python 3.13"
 
@@ -103,15 +121,18 @@ check true
 
 # Ctrl-D leaves with status 0, and the history is kept.
 tmux_ send-keys -t repl C-d
-tries=0
-until [ -e "$WORK/status" ] || [ "$tries" -gt 600 ]; do
-    tries=$((tries + 1))
-    sleep 0.1
-done
-check true
-[ "$(cat "$WORK/status" 2>/dev/null)" = 0 ] ||
-    { fail "Ctrl-D did not end brimora with status 0 (status: $(cat "$WORK/status" 2>/dev/null))"; capture; show_screen; }
+expect_exit_status 0
 check true
 grep -qF "twice(21)" "$WORK/history" || fail "the history file lacks the entries"
+
+# Without arguments on a terminal, brimora starts the prompt too; the
+# history of the last session is there.
+start_in_pane
+prompts=1
+wait_for ">>> "
+tmux_ send-keys -t repl Up
+wait_for ">>> print(6 * 9)"
+tmux_ send-keys -t repl C-u C-d
+expect_exit_status 0
 
 finish
