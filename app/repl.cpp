@@ -154,8 +154,7 @@ std::string history_file() {
 } // namespace
 
 int run_repl(Python const& python, ReplRun const& options) {
-    Python reader = python;
-    (void)reader.set_sandbox(Sandbox::off);
+    Python const& reader = python; // unsandboxed, as every handle starts
     Python runner = python;
     if (Outcome chosen = runner.set_sandbox(sandbox_of(options)); !chosen) return report_error(chosen.error());
 

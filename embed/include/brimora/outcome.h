@@ -30,8 +30,9 @@ public:
     tesk::Any const& value() const { return result_; }
 
     // The value as T when it is one: a host type (tesk::Integer,
-    // tesk::String, tesk::HashMap ...), or one of std::int64_t, double,
-    // bool and std::string (UTF-8). Nothing when it failed or is another type.
+    // tesk::String, tesk::HashMap ...), or one of std::int64_t, double (an
+    // integer too), bool and std::string (UTF-8). Nothing when it failed or
+    // is another type.
     template <class T> std::optional<T> get() const;
 
     // The Error; holds nothing when the evaluation succeeded.
