@@ -49,15 +49,12 @@ int finish(Python const& python, int status) {
 }
 
 // Starts the host the way every Tesk host does (the extension loaded, the
-// module tesk defined, the init handlers run), finds the Python language and
-// lets Ctrl-C stop the code that this thread runs.
+// module tesk defined, the init handlers run) and finds the Python language.
 Python start_host(std::optional<std::string> const& extensionPath) {
     // The interpreter is never finalised, so nothing would flush Python's own
     // buffers of standard output at exit: have it write through instead.
     setenv("PYTHONUNBUFFERED", "1", 0);
-    Python python = Python::start(extensionPath.value_or(default_extension_path()), define_tesk_module);
-    if (python) stop_on_interrupt(python);
-    return python;
+    return Python::start(extensionPath.value_or(default_extension_path()), define_tesk_module);
 }
 
 int run(Invocation const& invocation) {
@@ -66,6 +63,7 @@ int run(Invocation const& invocation) {
     if (code.isError()) return report_error(code.error());
     Python python = start_host(invocation.extension);
     if (!python) return report_error(python.error());
+    stop_on_interrupt(python);
     if (Outcome chosen = python.set_sandbox(sandbox_of(invocation)); !chosen) return report_error(chosen.error());
     if (invocation.timeout) {
         if (Outcome limited = python.set_time_limit(*invocation.timeout); !limited)
@@ -83,6 +81,7 @@ int run(ScriptRun const& script) {
     hold_interrupt_signal();
     Python python = start_host(script.extension);
     if (!python) return report_error(python.error());
+    stop_on_interrupt(python);
     int status = run_script(python, script);
     if (interrupt_requested()) return report_interrupted();
     return finish(python, status);
