@@ -14,6 +14,7 @@ constexpr std::string_view usage = R"(usage: brimora expr EXPRESSION [options]
        brimora eval -f FILE [options]
        brimora run [--extension PATH] FILE [ARGS...]
        brimora modules [--all] [--extension PATH] [NAME]
+       brimora repl [--sandbox[=strict]] [--timeout SECONDS] [--extension PATH]
 Try 'brimora --help' for more information.
 )";
 
@@ -24,6 +25,7 @@ usage: brimora expr EXPRESSION [options]
        brimora eval -f FILE [options]
        brimora run [--extension PATH] FILE [ARGS...]
        brimora modules [--all] [--extension PATH] [NAME]
+       brimora repl [--sandbox[=strict]] [--timeout SECONDS] [--extension PATH]
        brimora --help
 
 Commands:
@@ -42,6 +44,12 @@ Commands:
                      with their signatures; --all first exports every
                      importable Python module under python. (once), showing
                      its progress on standard error
+  repl               an interactive Python prompt, as python3 gives (line
+                     editing, history in ~/.brimora_python_history or
+                     $BRIMORA_HISTORY, multi-line blocks); --sandbox and
+                     --timeout hold for each entry; Ctrl-C cancels the line
+                     or the running entry, Ctrl-D leaves. brimora without
+                     arguments on a terminal starts it too
 
 Options:
   -f, --file FILE      read the code from FILE instead of the command line
@@ -58,7 +66,7 @@ Options:
                        code objects, writes to inherited descriptors,
                        ending or signalling the process and atexit handlers
   --extension PATH     the Python extension library to load (default:
-                       libbrimora_python.so beside this program)
+                       libbrimora_python.so beside brimora's libraries)
   --timeout SECONDS    stop the code after SECONDS (a number above 0)
   -h, --help           print this help
   --                   what follows is code, even when it starts with '-'
@@ -84,6 +92,32 @@ Examples:
   brimora eval "return a + 1" --local a=41
   brimora eval "a = a + 41" --out a=1
 )";
+
+// Reads --sandbox or --sandbox=strict into the options; nothing when the
+// argument is no sandbox option.
+std::optional<std::optional<UsageError>> take_sandbox_option(std::string_view argument, EvaluationOptions& options) {
+    if (argument == "--sandbox" || argument == "--sandbox=strict") {
+        options.sandbox = true;
+        options.strictSandbox = options.strictSandbox || argument != "--sandbox";
+        return std::optional<UsageError>();
+    }
+    if (argument.starts_with("--sandbox="))
+        return UsageError{"unknown sandbox level '" + std::string(argument.substr(10)) +
+                          "' (expected --sandbox or --sandbox=strict)"};
+    return std::nullopt;
+}
+
+// Reads the value of --timeout.
+std::optional<UsageError> set_timeout(EvaluationOptions& options, std::string_view name, std::string_view value) {
+    if (options.timeout) return UsageError{"option " + std::string(name) + " given twice"};
+    std::string const text(value);
+    char* end = nullptr;
+    double const seconds = std::strtod(text.c_str(), &end);
+    if (text.empty() || end != text.c_str() + text.size() || !(seconds > 0) || !std::isfinite(seconds))
+        return UsageError{std::string(name) + " needs a number of seconds above 0, got '" + text + "'"};
+    options.timeout = seconds;
+    return {};
+}
 
 // Reads NAME=VALUE.
 std::variant<NamedValue, UsageError> parse_named_value(std::string_view option, std::string_view text) {
@@ -116,14 +150,10 @@ public:
                 continue;
             }
             if (argument == "-h" || argument == "--help") return HelpRequest{};
-            if (argument == "--sandbox" || argument == "--sandbox=strict") {
-                invocation_.sandbox = true;
-                invocation_.strictSandbox = invocation_.strictSandbox || argument != "--sandbox";
+            if (auto sandbox = take_sandbox_option(argument, invocation_)) {
+                if (*sandbox) return **sandbox;
                 continue;
             }
-            if (argument.starts_with("--sandbox="))
-                return UsageError{"unknown sandbox level '" + std::string(argument.substr(10)) +
-                                  "' (expected --sandbox or --sandbox=strict)"};
             // Options with a value: "--local a=1", or "--local=a=1" for the long ones.
             std::string_view name = argument;
             std::optional<std::string_view> value;
@@ -180,7 +210,7 @@ private:
         case Target::outLocals: return append_to(invocation_.outLocals, name, value);
         case Target::codeFile: return set_once(invocation_.codeFile, name, value);
         case Target::extension: return set_once(invocation_.extension, name, value);
-        case Target::timeout: return set_timeout(name, value);
+        case Target::timeout: return set_timeout(invocation_, name, value);
         }
         return {};
     }
@@ -195,17 +225,6 @@ private:
     static Outcome set_once(std::optional<std::string>& slot, std::string_view name, std::string_view value) {
         if (slot) return UsageError{"option " + std::string(name) + " given twice"};
         slot = std::string(value);
-        return {};
-    }
-
-    Outcome set_timeout(std::string_view name, std::string_view value) {
-        if (invocation_.timeout) return UsageError{"option " + std::string(name) + " given twice"};
-        std::string const text(value);
-        char* end = nullptr;
-        double const seconds = std::strtod(text.c_str(), &end);
-        if (text.empty() || end != text.c_str() + text.size() || !(seconds > 0) || !std::isfinite(seconds))
-            return UsageError{std::string(name) + " needs a number of seconds above 0, got '" + text + "'"};
-        invocation_.timeout = seconds;
         return {};
     }
 
@@ -283,10 +302,46 @@ CommandLine parse_module_listing(std::span<char const* const> arguments) {
     return listing;
 }
 
+// Reads `repl [--sandbox[=strict]] [--timeout SECONDS] [--extension PATH]`.
+CommandLine parse_repl(std::span<char const* const> arguments) {
+    ReplRun repl;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        std::string_view argument = arguments[i];
+        if (argument == "-h" || argument == "--help") return HelpRequest{};
+        if (auto sandbox = take_sandbox_option(argument, repl)) {
+            if (*sandbox) return **sandbox;
+            continue;
+        }
+        std::string_view name = argument.substr(0, argument.find('='));
+        if (name != "--timeout" && name != "--extension")
+            return UsageError{"unexpected argument '" + std::string(argument) + "' for repl"};
+        std::string_view value;
+        if (name.size() < argument.size()) {
+            value = argument.substr(name.size() + 1);
+        } else if (++i < arguments.size()) {
+            value = arguments[i];
+        } else {
+            return UsageError{"option " + std::string(name) + " needs a value (" +
+                              (name == "--timeout" ? "SECONDS" : "PATH") + ")"};
+        }
+        if (name == "--timeout") {
+            if (auto error = set_timeout(repl, name, value)) return *error;
+        } else if (repl.extension) {
+            return UsageError{"option --extension given twice"};
+        } else {
+            repl.extension = std::string(value);
+        }
+    }
+    return repl;
+}
+
 } // namespace
 
-CommandLine parse_command_line(std::span<char const* const> arguments) {
-    if (arguments.empty()) return UsageError{"no command given"};
+CommandLine parse_command_line(std::span<char const* const> arguments, bool interactive) {
+    if (arguments.empty()) {
+        if (interactive) return ReplRun{};
+        return UsageError{"no command given"};
+    }
     std::string_view command = arguments.front();
     if (command == "-h" || command == "--help") return HelpRequest{};
     auto rest = arguments.subspan(1);
@@ -294,8 +349,9 @@ CommandLine parse_command_line(std::span<char const* const> arguments) {
     if (command == "eval") return Parser(CodeKind::block).parse(rest);
     if (command == "run") return parse_script_run(rest);
     if (command == "modules") return parse_module_listing(rest);
+    if (command == "repl") return parse_repl(rest);
     if (command.starts_with('-')) return UsageError{"unknown option '" + std::string(command) + "'"};
-    return UsageError{"unknown command '" + std::string(command) + "' (expected expr, eval, run or modules)"};
+    return UsageError{"unknown command '" + std::string(command) + "' (expected expr, eval, run, repl or modules)"};
 }
 
 std::string_view usage_text() { return usage; }

@@ -22,19 +22,27 @@ struct NamedValue {
     tesk::Any value;
 };
 
+// How code runs: what expr, eval and repl share.
+struct EvaluationOptions {
+    bool sandbox = false;
+    bool strictSandbox = false;           // --sandbox=strict (implies sandbox)
+    std::optional<std::string> extension; // the extension library to load instead of the default
+    std::optional<double> timeout;        // seconds the code (each entry of repl) may run
+};
+
 // An evaluation to run.
-struct Invocation {
+struct Invocation : EvaluationOptions {
     CodeKind kind = CodeKind::expression;
     std::optional<std::string> code;      // given as an argument
     std::optional<std::string> codeFile;  // given with -f; "-" is standard input
-    bool sandbox = false;
-    bool strictSandbox = false;           // --sandbox=strict (implies sandbox)
     std::vector<NamedValue> locals;       // in the order given
     std::vector<NamedValue> globals;
     std::vector<NamedValue> outLocals;    // blocks only
-    std::optional<std::string> extension; // the extension library to load instead of the default
-    std::optional<double> timeout;        // seconds the code may run
 };
+
+// The interactive prompt: `brimora repl [options]`, or brimora without
+// arguments on a terminal.
+struct ReplRun : EvaluationOptions {};
 
 // A Python script run the way python3 runs it: `brimora run FILE [ARGS...]`.
 struct ScriptRun {
@@ -56,10 +64,11 @@ struct UsageError {
     std::string message;
 };
 
-using CommandLine = std::variant<Invocation, ScriptRun, ModuleListing, HelpRequest, UsageError>;
+using CommandLine = std::variant<Invocation, ScriptRun, ReplRun, ModuleListing, HelpRequest, UsageError>;
 
-// Reads the arguments after the program name.
-CommandLine parse_command_line(std::span<char const* const> arguments);
+// Reads the arguments after the program name. Without any, the prompt when
+// standard input is a terminal (`interactive`), else a usage error.
+CommandLine parse_command_line(std::span<char const* const> arguments, bool interactive);
 
 // The short reminder printed after a usage error, and the full help.
 std::string_view usage_text();

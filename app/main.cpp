@@ -2,10 +2,10 @@
 // way every Tesk host does, and runs the code given on the command line.
 #include "app/command_line.h"
 #include "app/evaluation.h"
-#include "app/extension_loader.h"
 #include "app/interruption.h"
 #include "app/module_listing.h"
 #include "app/platform.h"
+#include "app/repl.h"
 #include "app/report.h"
 #include "app/script_run.h"
 #include "app/tesk_module.h"
@@ -18,6 +18,8 @@
 #include <iostream>
 #include <span>
 
+#include <unistd.h>
+
 namespace brimora {
 namespace {
 
@@ -28,77 +30,80 @@ tesk::Any code_of(Invocation const& invocation) {
 }
 
 // Ctrl-C stops the evaluation that this thread runs from now on.
-void stop_on_interrupt() {
-    tesk::Any thread = evaluation_thread();
-    on_interrupt([thread] { return !thread.isError() && stop_evaluation(thread); });
+void stop_on_interrupt(Python const& python) {
+    auto thread = python.evaluation_thread();
+    on_interrupt([python, thread] { return thread && python.interrupt(*thread); });
 }
 
 // After the code: what python3 does before it exits, then the output made
 // sure of. The first failure decides the exit status.
-int finish(int status) {
+int finish(Python const& python, int status) {
     // The result goes out first, as python3 prints before its exit handlers run.
     auto flushed = [&status] {
         if (tesk::Any written = flush_output(); written.isError() && status == 0)
             status = report_error(written.error());
     };
     flushed();
-    if (tesk::Any finished = finish_python_work(); finished.isError() && status == 0)
-        status = report_error(finished.error());
+    if (Outcome finished = python.finish(); !finished && status == 0) status = report_error(finished.error());
     flushed();
     return status;
 }
 
 // Starts the host the way every Tesk host does (the extension loaded, the
-// module tesk defined, the init handlers run), finds the Python language and
-// lets Ctrl-C stop the code that this thread runs.
-tesk::Union<tesk::Class_Generic, tesk::Error> start_host(std::optional<std::string> const& extensionPath) {
+// module tesk defined, the init handlers run) and finds the Python language.
+Python start_host(std::optional<std::string> const& extensionPath) {
     // The interpreter is never finalised, so nothing would flush Python's own
     // buffers of standard output at exit: have it write through instead.
     setenv("PYTHONUNBUFFERED", "1", 0);
-    auto extension = LoadedExtension::load(extensionPath.value_or(default_extension_path()));
-    if (auto* error = std::get_if<tesk::Error>(&extension)) return *error;
-    define_tesk_module();
-    tesk::run_init_handlers();
-    auto language = find_python_language();
-    if (language.is<tesk::Class_Generic>()) stop_on_interrupt();
-    return language;
+    return Python::start(extensionPath.value_or(default_extension_path()), define_tesk_module);
 }
 
 int run(Invocation const& invocation) {
     hold_interrupt_signal();
     tesk::Any code = code_of(invocation);
     if (code.isError()) return report_error(code.error());
-    auto language = start_host(invocation.extension);
-    if (language.is<tesk::Error>()) return report_error(language.as<tesk::Error>());
-    tesk::Class_Generic languageClass = language.as<tesk::Class_Generic>();
+    Python python = start_host(invocation.extension);
+    if (!python) return report_error(python.error());
+    stop_on_interrupt(python);
+    if (Outcome chosen = python.set_sandbox(sandbox_of(invocation)); !chosen) return report_error(chosen.error());
     if (invocation.timeout) {
-        if (tesk::Any limited = set_time_limit(*invocation.timeout); limited.isError())
+        if (Outcome limited = python.set_time_limit(*invocation.timeout); !limited)
             return report_error(limited.error());
     }
     tesk::EvaluationScope scope = make_scope(invocation);
-    tesk::Any result = evaluate(languageClass, invocation, tesk::String::unsafe(code), scope);
+    tesk::Any result = evaluate(python, invocation, tesk::String::unsafe(code), scope);
     if (interrupt_requested()) return report_interrupted();
-    if (invocation.timeout) (void)set_time_limit(0);
-    if (result.isError()) return finish(report_error(result.error()));
-    return finish(report_result(languageClass, result, scope));
+    if (invocation.timeout) (void)python.set_time_limit(0);
+    if (result.isError()) return finish(python, report_error(result.error()));
+    return finish(python, report_result(python, result, scope));
 }
 
 int run(ScriptRun const& script) {
     hold_interrupt_signal();
-    auto language = start_host(script.extension);
-    if (language.is<tesk::Error>()) return report_error(language.as<tesk::Error>());
-    int status = run_script(language.as<tesk::Class_Generic>(), script);
+    Python python = start_host(script.extension);
+    if (!python) return report_error(python.error());
+    stop_on_interrupt(python);
+    int status = run_script(python, script);
     if (interrupt_requested()) return report_interrupted();
-    return finish(status);
+    return finish(python, status);
+}
+
+// The prompt leaves SIGINT to Python (KeyboardInterrupt, as in python3)
+// instead of holding it: Ctrl-C cancels an entry, not the session.
+int run(ReplRun const& repl) {
+    Python python = start_host(repl.extension);
+    if (!python) return report_error(python.error());
+    return finish(python, run_repl(python, repl));
 }
 
 int run(ModuleListing const& listing) {
     hold_interrupt_signal();
-    auto language = start_host(listing.extension);
-    if (language.is<tesk::Error>()) return report_error(language.as<tesk::Error>());
-    int status = list_modules(listing);
+    Python python = start_host(listing.extension);
+    if (!python) return report_error(python.error());
+    stop_on_interrupt(python);
+    int status = list_modules(python, listing);
     if (interrupt_requested()) return report_interrupted();
-    return finish(status);
+    return finish(python, status);
 }
 
 int usage_error(UsageError const& error) {
@@ -121,9 +126,11 @@ int main(int argc, char** argv) {
     // gives children started by subprocess the default action back.
     std::signal(SIGPIPE, SIG_IGN);
     try {
-        CommandLine commandLine = parse_command_line(std::span<char const* const>(argv + 1, argc - 1));
+        CommandLine commandLine =
+            parse_command_line(std::span<char const* const>(argv + 1, argc - 1), isatty(STDIN_FILENO) == 1);
         if (auto* invocation = std::get_if<Invocation>(&commandLine)) return run(*invocation);
         if (auto* script = std::get_if<ScriptRun>(&commandLine)) return run(*script);
+        if (auto* repl = std::get_if<ReplRun>(&commandLine)) return run(*repl);
         if (auto* listing = std::get_if<ModuleListing>(&commandLine)) return run(*listing);
         if (auto* error = std::get_if<UsageError>(&commandLine)) return usage_error(*error);
         return help();

@@ -2,7 +2,6 @@
 // and the export of every Python module with its progress.
 #include "app/module_listing.h"
 
-#include "app/evaluation.h"
 #include "app/report.h"
 
 #include <unistd.h>
@@ -44,7 +43,7 @@ private:
     bool terminal_;
 };
 
-tesk::Any export_all_modules() {
+Outcome export_all_modules(Python const& python) {
     auto report = std::make_shared<progress_report>();
     tesk::Any progress = tesk::internal::make_function_callable(
         [report](std::span<tesk::Any const> args) -> tesk::Any {
@@ -55,7 +54,7 @@ tesk::Any export_all_modules() {
             return tesk::Any();
         },
         tesk::Signature(tesk::Type::none(), {}, {}, true));
-    return call_language_function(tesk::String("import_all_modules"), {progress});
+    return python.call(tesk::String("import_all_modules"), {progress});
 }
 
 void print_module_list() {
@@ -100,9 +99,9 @@ int print_module(std::string const& name) {
 
 } // namespace
 
-int list_modules(ModuleListing const& listing) {
+int list_modules(Python const& python, ModuleListing const& listing) {
     if (listing.all) {
-        if (tesk::Any exported = export_all_modules(); exported.isError()) return report_error(exported.error());
+        if (Outcome exported = export_all_modules(python); !exported) return report_error(exported.error());
     }
     if (listing.name) return print_module(*listing.name);
     print_module_list();

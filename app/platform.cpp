@@ -1,7 +1,5 @@
 #include "app/platform.h"
 
-#include <dlfcn.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -13,17 +11,6 @@
 
 namespace brimora {
 namespace {
-
-std::filesystem::path running_program() {
-    std::error_code ec;
-    auto path = std::filesystem::read_symlink("/proc/self/exe", ec);
-    if (!ec) return path;
-    // Without /proc: the file that holds this very function.
-    Dl_info info{};
-    if (dladdr(reinterpret_cast<void*>(&running_program), &info) != 0 && info.dli_fname != nullptr)
-        return std::filesystem::absolute(info.dli_fname, ec);
-    return {};
-}
 
 std::string read_stream(std::istream& in) {
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
@@ -38,8 +25,6 @@ tesk::Error unreadable(std::string const& name, int error) {
 }
 
 } // namespace
-
-std::string executable_directory() { return running_program().parent_path().string(); }
 
 tesk::Any read_all_bytes(std::string const& path) {
     if (path == "-") {

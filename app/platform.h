@@ -7,9 +7,6 @@
 
 namespace brimora {
 
-// The directory that holds the running program; empty when it cannot be found.
-std::string executable_directory();
-
 // Every byte of a file, or of standard input for "-", as a String taken
 // without validation (the text is checked by whoever reads it). An Error names
 // the file and the reason when it cannot be read.

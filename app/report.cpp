@@ -1,7 +1,5 @@
 #include "app/report.h"
 
-#include "app/evaluation.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -21,11 +19,11 @@ int report_error(tesk::Error const& error) {
     return 1;
 }
 
-int report_result(tesk::Class_Generic const& language, tesk::Any const& result, tesk::EvaluationScope const& scope) {
-    std::cout << to_code(language, result).asChars() << '\n';
+int report_result(Python const& python, tesk::Any const& result, tesk::EvaluationScope const& scope) {
+    std::cout << python.to_code(result).asChars() << '\n';
     if (auto outLocals = tesk::HashMap::cast(scope.outLocals())) {
         for (auto const& [name, value] : outLocals.value().items())
-            std::cout << tesk::display(name).asChars() << " = " << to_code(language, value).asChars() << '\n';
+            std::cout << tesk::display(name).asChars() << " = " << python.to_code(value).asChars() << '\n';
     }
     return 0;
 }

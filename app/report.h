@@ -1,6 +1,7 @@
 // What the host program prints.
 #pragma once
 
+#include <brimora/embed.h>
 #include <tesk/tesk.h>
 
 namespace brimora {
@@ -13,7 +14,7 @@ int report_error(tesk::Error const& error);
 // Prints the result as Python source on standard output, then one line
 // "NAME = value" per out-local of the scope, in the order given. Gives the
 // exit status of a success, 0.
-int report_result(tesk::Class_Generic const& language, tesk::Any const& result, tesk::EvaluationScope const& scope);
+int report_result(Python const& python, tesk::Any const& result, tesk::EvaluationScope const& scope);
 
 // Writes out what standard output still buffers; an Error naming the reason
 // when the output could not be written (a full disk, a closed stream).

@@ -1,7 +1,9 @@
 #include "app/script_run.h"
 
-#include "app/evaluation.h"
+#include "app/main_module_prelude.h"
 #include "app/report.h"
+
+#include <string>
 
 namespace brimora {
 namespace {
@@ -10,13 +12,9 @@ namespace {
 // standard input) and tesk_arguments. The script itself runs with exec in
 // the namespace of __main__, so the runner's own names never reach it, and
 // its traceback starts below the runner's frame, as in python3.
-constexpr char const* runner = R"(import os, sys
+constexpr std::string_view runner_body = R"(import os
 
-namespace = sys.modules["__main__"].__dict__
-host_builtins = namespace.get("__builtins__")
-namespace.clear()
-namespace.update(__name__="__main__", __doc__=None, __package__=None, __loader__=None,
-                 __spec__=None, __cached__=None, __annotations__={}, __builtins__=host_builtins)
+namespace = fresh_main_namespace()
 if tesk_script == "-":
     source, filename = sys.stdin.buffer.read(), "<stdin>"
     sys.path.insert(0, "")
@@ -32,18 +30,6 @@ else:
     namespace["__file__"] = tesk_script
     sys.path.insert(0, os.path.dirname(os.path.realpath(tesk_script)))
 sys.argv = [tesk_script, *tesk_arguments]
-
-def exit_status(code):
-    # What python3 makes of SystemExit's code.
-    if code is None:
-        return 0
-    if isinstance(code, int):
-        return code
-    try:
-        print(code, file=sys.stderr)
-    except Exception:
-        pass
-    return 1
 
 try:
     try:
@@ -71,7 +57,7 @@ return 0
 
 } // namespace
 
-int run_script(tesk::Class_Generic const& language, ScriptRun const& run) {
+int run_script(Python const& python, ScriptRun const& run) {
     // A tuple: it reaches Python as a tuple of str.
     std::vector<tesk::Any> arguments;
     for (std::string const& argument : run.arguments) arguments.push_back(tesk::String(argument));
@@ -83,7 +69,8 @@ int run_script(tesk::Class_Generic const& language, ScriptRun const& run) {
     tesk::HashMap globals;
     globals.set(tesk::String("__name__"), tesk::String("__main__"));
     tesk::EvaluationScope scope(tesk::Any(), locals, globals, tesk::Any());
-    tesk::Any status = evaluate_block(language, tesk::String(runner), scope);
+    static std::string const runner = std::string(main_module_prelude) + std::string(runner_body);
+    tesk::Any status = python.evaluate(tesk::String(runner), scope).value();
     if (status.isError()) return report_error(status.error());
     if (auto code = tesk::Integer::cast(status)) return static_cast<int>(code.value().value());
     return 1;

@@ -3,6 +3,7 @@
 
 #include "app/command_line.h"
 
+#include <brimora/embed.h>
 #include <tesk/tesk.h>
 
 namespace brimora {
@@ -13,6 +14,6 @@ namespace brimora {
 // give: the code of sys.exit, 0 at the end of the script, 1 after an
 // uncaught exception (whose traceback the script's sys.excepthook prints on
 // standard error, as python3 does), 2 when the script cannot be read.
-int run_script(tesk::Class_Generic const& language, ScriptRun const& run);
+int run_script(Python const& python, ScriptRun const& run);
 
 } // namespace brimora

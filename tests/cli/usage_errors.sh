@@ -14,7 +14,7 @@ expect_usage_error() {
 }
 
 expect_usage_error "no command given"
-expect_usage_error "unknown command 'walk' (expected expr, eval, run or modules)" walk 1
+expect_usage_error "unknown command 'walk' (expected expr, eval, run, repl or modules)" walk 1
 expect_usage_error "missing the script to run" run
 expect_usage_error "missing the script to run" run --extension x.so
 expect_usage_error "unknown option '--local' for run (options come before FILE)" run --local a=1 x.py
