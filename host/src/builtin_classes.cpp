@@ -117,6 +117,7 @@ void build_all() {
         for (builtin p : d.parents) {
             if (p == no_parent) continue;
             record->parents.push_back(slot(p));
+            note_parent(slot(p));
             record->traits |= unpublished_record(slot(p))->traits & inherited_traits;
         }
         record->factory = d.factory;

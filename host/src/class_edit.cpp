@@ -16,6 +16,7 @@
 
 #include <memory>
 #include <mutex>
+#include <unordered_set>
 
 namespace tesk {
 namespace internal {
@@ -49,26 +50,59 @@ template <class Change> class_table const* swap_table(object_value_class const* 
     return old;
 }
 
+// The records that some class has as a parent. Most classes made at run
+// time (proxies, classes mirrored from Python, each module's own class) are
+// nobody's parent, and an edit of one of those has no class below it to
+// mark. A leaf lock: nothing is taken or released while it is held.
+struct parent_registry {
+    spinlock lock;
+    std::unordered_set<object_value_class const*> parents;
+};
+
+parent_registry& known_parents() {
+    static auto* const registry = new parent_registry; // never destroyed, like the records
+    return *registry;
+}
+
+bool is_known_parent(object_value_class const* cls) {
+    parent_registry& r = known_parents();
+    std::lock_guard guard(r.lock);
+    return r.parents.count(cls) != 0;
+}
+
 // Moves the version of `edited` and of every class that has it as an ancestor.
 void mark_stale(object_value_class const* edited) {
+    if (!is_known_parent(edited)) {
+        class_record_access::version(edited).fetch_add(1, std::memory_order_seq_cst);
+        return;
+    }
     for (auto const* r : all_class_records())
         if (r->is_ancestor(edited)) class_record_access::version(r).fetch_add(1, std::memory_order_seq_cst);
 }
 
-// What follows a swap, outside every lock.
-void finish_edit(object_value_class const* cls, class_table const* old) {
+// Whether an edit can change what the classes below the edited one resolve.
+enum class reach { members, this_class_only };
+
+// What follows a swap, outside every lock. The edited class's own snapshot
+// goes stale with its table in any case; its descendants' only when the
+// members could have changed (marking them walks every class record).
+void finish_edit(object_value_class const* cls, class_table const* old, reach scope = reach::members) {
     if (!old) return;
-    mark_stale(cls);
+    if (scope == reach::members) mark_stale(cls);
     if (belongs_to_module(cls)) note_modules_changed();
     retire(old);
     reclaim();
 }
 
-template <class Change> void edit_table(object_value_class const* cls, Change&& change) {
-    finish_edit(cls, swap_table(cls, [&](class_table& t) {
-                    change(t);
-                    return true;
-                }));
+template <class Change>
+void edit_table(object_value_class const* cls, Change&& change, reach scope = reach::members) {
+    finish_edit(cls,
+                swap_table(cls,
+                           [&](class_table& t) {
+                               change(t);
+                               return true;
+                           }),
+                scope);
 }
 
 } // namespace
@@ -78,6 +112,7 @@ bool link_parent(class_table& table, object_value_class const* parent) {
     for (auto const* known : table.parents)
         if (known->is_ancestor(parent)) return false;
     table.parents.push_back(parent);
+    note_parent(parent);
     table.traits |= parent->traits() & ~traits::interface;
     if (!table.factory) table.factory = read_table(parent, [](class_table const& t) { return t.factory; });
     return true;
@@ -88,6 +123,12 @@ void give_default_factory(class_table& table) {
 }
 
 // Sequentially consistent: a reader that sees the count of an edit sees its table.
+void note_parent(object_value_class const* parent) {
+    parent_registry& r = known_parents();
+    std::lock_guard guard(r.lock);
+    r.parents.insert(parent);
+}
+
 void count_publication() noexcept { g_publications.fetch_add(1, std::memory_order_seq_cst); }
 
 std::uint64_t class_publication_count() noexcept { return g_publications.load(std::memory_order_seq_cst); }
@@ -125,7 +166,8 @@ void add_parent_unsafe(Class_Generic const& cls, Class_Generic const& parent) {
 
 void set_doc_unsafe(Class_Generic const& cls, String const& doc) {
     String displaced;
-    internal::edit_table(cls.record(), [&](class_table& t) { displaced = std::exchange(t.doc, doc); });
+    internal::edit_table(
+        cls.record(), [&](class_table& t) { displaced = std::exchange(t.doc, doc); }, internal::reach::this_class_only);
 }
 
 void add_class_field_unsafe(Class_Generic const& cls, internal::field_info const& field) {
@@ -184,7 +226,9 @@ void set_instance_factory_unsafe(Class_Generic const& cls, internal::instance_fa
 
 void set_declaring_context_unsafe(Class_Generic const& cls, Any const& context) {
     Any displaced = context;
-    internal::edit_table(cls.record(), [&](class_table& t) { std::swap(t.declaring_context, displaced); });
+    internal::edit_table(
+        cls.record(), [&](class_table& t) { std::swap(t.declaring_context, displaced); },
+        internal::reach::this_class_only);
 }
 
 } // namespace tesk

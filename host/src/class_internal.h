@@ -75,6 +75,9 @@ template <class F> auto read_table(object_value_class const* cls, F&& read) {
 // instance factory. False (nothing added) for "Any", the root of every
 // class, and for a parent that one already listed has among its ancestors.
 bool link_parent(class_table& table, object_value_class const* parent);
+// Records that `parent` is some class's parent, so that its edits mark the
+// classes below it stale; every place that lists a parent calls it.
+void note_parent(object_value_class const* parent);
 // The plain instance factory for a class that is no interface and has none.
 void give_default_factory(class_table& table);
 

@@ -1,5 +1,6 @@
 // Modules and the module registry.
 #include "builtin_classes.h"
+#include "class_internal.h"
 #include "class_table.h"
 #include "module_changes.h"
 
@@ -76,6 +77,7 @@ Module Module::create(String const& name, String const& doc) {
     {
         internal::unpublished_record table(cls);
         table->parents.push_back(base);
+        internal::note_parent(base);
         table->traits = base->traits() & ~traits::interface;
         table->factory = internal::make_module_instance;
         table->doc = doc;
