@@ -37,6 +37,9 @@ std::vector<String> listed_names(Any const& listing) {
 }
 
 void export_submodules(PyObject* package, String const& pythonName, String const& hostName) {
+    // Only a package has submodules: the listing of any other module is
+    // empty, and not running it spares an evaluation per module.
+    if (PyObject_HasAttrString(package, "__path__") != 1) return;
     Any proxy = from_python(package);
     Any listing = evaluate_statements_in_scope(String(submodule_listing), EvaluationScope(String("pp"), proxy));
     for (String const& name : listed_names(listing)) {
