@@ -2,6 +2,7 @@
 // the fixed language modules of the start-up, and every module there is.
 #include "language/module_export.h"
 
+#include "python/byte_code_writes.h"
 #include "python/host_entry.h"
 #include "python/python_once.h"
 #include "python/python_ref.h"
@@ -54,25 +55,11 @@ bool left_out(String const& name) {
     return std::any_of(names.begin(), names.end(), [&](char const* other) { return name == other; });
 }
 
-// While every module is imported, none writes byte code (a module imported
-// for the first time would otherwise leave a file in its __pycache__).
-class no_byte_code {
-public:
-    no_byte_code() : saved_(PyObjectPtr::borrow(PySys_GetObject("dont_write_bytecode"))) {
-        (void)PySys_SetObject("dont_write_bytecode", Py_True);
-    }
-    ~no_byte_code() { (void)PySys_SetObject("dont_write_bytecode", saved_ ? saved_.get() : Py_False); }
-    no_byte_code(no_byte_code const&) = delete;
-    no_byte_code& operator=(no_byte_code const&) = delete;
-
-private:
-    PyObjectPtr saved_;
-};
-
 void import_every_module(import_progress const& progress) {
     gil_guard gil;
     if (!find_module(String("python"))) return;
-    no_byte_code unwritten;
+    // A module imported for the first time would leave a file in its __pycache__.
+    byte_code_writes_off unwritten;
     std::vector<String> names = listed_names(evaluate_statements(String(top_level_listing)));
     std::erase_if(names, left_out);
     std::int64_t const total = static_cast<std::int64_t>(names.size());

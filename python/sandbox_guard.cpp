@@ -16,8 +16,7 @@ sandbox_guard::sandbox_guard(sandbox_level level) noexcept
     // A nested guard never loosens what an enclosing one set.
     bool const strict = (savedActive_ && savedLevel_ == sandbox_level::strict) || level == sandbox_level::strict;
     // Process-wide: while any guard is alive, no thread writes byte code.
-    savedDontWriteBytecode_ = PyObjectPtr::borrow(PySys_GetObject("dont_write_bytecode"));
-    (void)PySys_SetObject("dont_write_bytecode", Py_True);
+    byteCodeOff_.emplace();
     // The functions are replaced before the flag goes up, so that the
     // imports this needs are not sandboxed themselves.
     if (strict) strict_.emplace();
@@ -26,10 +25,7 @@ sandbox_guard::sandbox_guard(sandbox_level level) noexcept
 }
 
 sandbox_guard::~sandbox_guard() {
-    PyObject* pending = PyErr_GetRaisedException();
-    (void)PySys_SetObject("dont_write_bytecode", savedDontWriteBytecode_ ? savedDontWriteBytecode_.get() : Py_False);
-    PyErr_SetRaisedException(pending);
-    savedDontWriteBytecode_.reset();
+    byteCodeOff_.reset();
     strict_.reset();
     sandbox_active = savedActive_;
     active_sandbox_level = savedLevel_;

@@ -1,6 +1,7 @@
 // The scope of a sandboxed evaluation.
 #pragma once
 
+#include "python/byte_code_writes.h"
 #include "python/python_ref.h"
 #include "python/sandbox_state.h"
 #include "python/sandbox_replacements.h"
@@ -33,7 +34,7 @@ private:
     gil_guard gil_;
     bool savedActive_;
     sandbox_level savedLevel_;
-    PyObjectPtr savedDontWriteBytecode_;
+    std::optional<byte_code_writes_off> byteCodeOff_;
     std::optional<strict_replacements_scope> strict_;
 };
 
