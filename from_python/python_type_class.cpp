@@ -49,30 +49,19 @@ type_class_cache& cache() {
 // The classes this thread is building, so that a class that refers to itself
 // (a nested attribute bound to the class) gets the class being built instead
 // of building it again.
-thread_local std::unordered_map<PyObject*, Class_Generic>* classes_in_construction = nullptr;
+thread_local std::unordered_map<PyObject*, Class_Generic> classes_in_construction;
 
 class construction_scope {
 public:
     construction_scope(PyObject* type, Class_Generic const& cls) : type_(type) {
-        if (!classes_in_construction) {
-            classes_in_construction = new std::unordered_map<PyObject*, Class_Generic>;
-            owner_ = true;
-        }
-        classes_in_construction->emplace(type, cls);
+        classes_in_construction.emplace(type, cls);
     }
-    ~construction_scope() {
-        classes_in_construction->erase(type_);
-        if (owner_) {
-            delete classes_in_construction;
-            classes_in_construction = nullptr;
-        }
-    }
+    ~construction_scope() { classes_in_construction.erase(type_); }
     construction_scope(construction_scope const&) = delete;
     construction_scope& operator=(construction_scope const&) = delete;
 
 private:
     PyObject* type_;
-    bool owner_ = false;
 };
 
 // The host text of each doc string met while mirroring, so that the many
@@ -238,10 +227,8 @@ Any host_class_for_python_type(PyObject* type) {
         std::lock_guard<spinlock> guard(c.lock);
         if (auto found = c.classes.find(type); found != c.classes.end()) return found->second;
     }
-    if (classes_in_construction) {
-        if (auto found = classes_in_construction->find(type); found != classes_in_construction->end())
-            return found->second;
-    }
+    if (auto found = classes_in_construction.find(type); found != classes_in_construction.end())
+        return found->second;
     Class_Generic built = build_class(type);
     // Another thread may have built one meanwhile: the first one in wins, so
     // that the type has exactly one host class.
