@@ -176,6 +176,13 @@ void link_dotted_neighbours(Module const& module, String const& name) {
     }
 }
 
+// What follows the registration of a new module, outside the registry's lock.
+Union<Module, Error> announce_registered(Module const& module, String const& name) {
+    internal::note_modules_changed();
+    link_dotted_neighbours(module, name);
+    return Union<Module, Error>(module);
+}
+
 } // namespace
 
 Union<Module, Error> get_module(String const& name) {
@@ -189,9 +196,7 @@ Union<Module, Error> get_module(String const& name) {
         m = Module::create(name);
         internal::g_modules().set(name, m);
     }
-    internal::note_modules_changed();
-    link_dotted_neighbours(m, name);
-    return Union<Module, Error>(m);
+    return announce_registered(m, name);
 }
 
 Union<Module, Error> register_module(Module const& module) {
@@ -202,9 +207,7 @@ Union<Module, Error> register_module(Module const& module) {
         if (Module const* found = internal::g_modules().find(name)) return Union<Module, Error>(*found);
         internal::g_modules().set(name, module);
     }
-    internal::note_modules_changed();
-    link_dotted_neighbours(module, name);
-    return Union<Module, Error>(module);
+    return announce_registered(module, name);
 }
 
 Result<None> register_function(String const& module, String const& name, I_Callable_Generic const& callable) {
