@@ -16,9 +16,13 @@ using namespace tesk::cpython;
 // Outside the small-integer caches of both sides, so both allocate.
 constexpr std::int64_t sample_integer = 123'456'789;
 
-void integer_ours(benchmark::State& state) {
+// A small value: one that both sides keep shared (CPython up to 256, the
+// host up to 1024).
+constexpr std::int64_t small_integer = 200;
+
+void integer_round_trip_ours(benchmark::State& state, std::int64_t sample) {
     gil_guard gil;
-    Integer value(sample_integer);
+    Integer value(sample);
     for (auto _ : state) {
         PyObject* object = to_python(value);
         Any back = from_python(object);
@@ -26,18 +30,25 @@ void integer_ours(benchmark::State& state) {
         benchmark::DoNotOptimize(back);
     }
 }
-BENCHMARK(integer_ours);
 
-void integer_raw(benchmark::State& state) {
+void integer_round_trip_raw(benchmark::State& state, std::int64_t sample) {
     gil_guard gil;
     for (auto _ : state) {
-        PyObject* object = PyLong_FromLongLong(sample_integer);
+        PyObject* object = PyLong_FromLongLong(sample);
         long long back = PyLong_AsLongLong(object);
         Py_DECREF(object);
         benchmark::DoNotOptimize(back);
     }
 }
+
+void integer_ours(benchmark::State& state) { integer_round_trip_ours(state, sample_integer); }
+void integer_raw(benchmark::State& state) { integer_round_trip_raw(state, sample_integer); }
+void integer_small_ours(benchmark::State& state) { integer_round_trip_ours(state, small_integer); }
+void integer_small_raw(benchmark::State& state) { integer_round_trip_raw(state, small_integer); }
+BENCHMARK(integer_ours);
 BENCHMARK(integer_raw);
+BENCHMARK(integer_small_ours);
+BENCHMARK(integer_small_raw);
 
 std::string const sample_text(100, 'x');
 

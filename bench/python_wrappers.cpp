@@ -26,6 +26,9 @@ def read(o, n):
 def iterate(xs, n):
     for _ in range(n):
         for v in xs: pass
+def index(xs, n):
+    for _ in range(n):
+        for i in range(1000): xs[i]
 def plus(a, b, n):
     for _ in range(n): a + b
 class Plain:
@@ -135,6 +138,8 @@ void property_read_pybind11(benchmark::State& s) { run_loop(s, "read", objects()
 void property_read_python(benchmark::State& s) { run_loop(s, "read", objects().plain.get()); }
 void iterate_1000_ours(benchmark::State& s) { run_loop(s, "iterate", objects().host_list.get()); }
 void iterate_1000_python_list(benchmark::State& s) { run_loop(s, "iterate", objects().python_list.get()); }
+void index_1000_ours(benchmark::State& s) { run_loop(s, "index", objects().host_list.get()); }
+void index_1000_python_list(benchmark::State& s) { run_loop(s, "index", objects().python_list.get()); }
 void add_operator_ours(benchmark::State& s) { run_loop(s, "plus", objects().host.get(), objects().host_other.get()); }
 void add_operator_pybind11(benchmark::State& s) {
     run_loop(s, "plus", objects().pybind.get(), objects().pybind_other.get());
@@ -149,6 +154,8 @@ BENCHMARK(property_read_pybind11);
 BENCHMARK(property_read_python);
 BENCHMARK(iterate_1000_ours);
 BENCHMARK(iterate_1000_python_list);
+BENCHMARK(index_1000_ours);
+BENCHMARK(index_1000_python_list);
 BENCHMARK(add_operator_ours);
 BENCHMARK(add_operator_pybind11);
 BENCHMARK(add_operator_python);

@@ -85,6 +85,12 @@
 // - Wrapper class types (to_python/wrapper_class_type.cpp, class_type_cache;
 //   a spinlock): host classes to their Python types. Taken with the
 //   interpreter lock held; types are made outside it and never released.
+// - Attribute names, the member cache and the bound-method free list
+//   (to_python/attribute_name.cpp, wrapper_attributes.cpp,
+//   wrapper_bound_method.cpp): no lock of their own, the interpreter lock
+//   guards them. A replaced entry's values are released under it, with no
+//   spinlock held. The member cache's entries are checked against the host's
+//   class epoch (an atomic counter, no lock).
 // - Code cache (language/code_cache.cpp; a spinlock): the compiled programs by
 //   code and their use order. Taken with the interpreter lock held; evicted
 //   programs are dropped after it (rule 2), which takes them out of

@@ -15,10 +15,13 @@
 #include "to_python/wrapper_record.h"
 #include "to_python/wrapper_type.h"
 
+#include <array>
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 
 namespace tesk::cpython {
 
@@ -181,6 +184,76 @@ PyObject* plain_attribute(Any const& value, String const& name) {
     return slot_result(field);
 }
 
+// ---- the member cache --------------------------------------------------------
+
+// What the class of a receiver resolves for a plain name, direct-mapped by
+// the name object's and the class record's addresses, so that a repeated
+// `o.add` or `o.x` does one lookup. An entry keeps its name alive (the
+// address stands for the same text) and holds while the class epoch has not
+// moved (no class edited or destroyed since). Read and written only with the
+// interpreter lock held, which is its lock. Never destroyed: nothing touches
+// Python at exit.
+struct member_cache_entry {
+    PyObject* name = nullptr;
+    internal::object_value_class const* cls = nullptr;
+    internal::cached_member member;
+};
+constexpr std::size_t member_cache_size = 512;
+
+member_cache_entry& member_cache_slot(PyObject* name, internal::object_value_class const* cls) {
+    static auto* entries = new std::array<member_cache_entry, member_cache_size>();
+    auto hash = (reinterpret_cast<std::uintptr_t>(name) >> 4) ^ (reinterpret_cast<std::uintptr_t>(cls) >> 6);
+    return (*entries)[hash % member_cache_size];
+}
+
+// Whether the members of `value` come from its class alone: an instance
+// with no members of its own (and no error, which raises instead).
+bool reads_class_members(Any const& value) noexcept {
+    return value.kind() == Kind::Instance && value.get()->own() == nullptr && !value.isError();
+}
+
+// The cached answer of the class of `value` for `name`; none when the name
+// is special (it starts with "_") or the class decides nothing by itself.
+// Null with an exception when the name has no text.
+internal::cached_member const* class_member_of(Any const& value, PyObject* name) {
+    auto const* cls = value.get()->class_value();
+    member_cache_entry& entry = member_cache_slot(name, cls);
+    if (entry.name == name && entry.cls == cls && entry.member.epoch == internal::class_epoch()) return &entry.member;
+    auto text = attribute_name(name);
+    if (!text) return nullptr;
+    internal::cached_member fresh;
+    if (!text->startsWith("_")) fresh = internal::member_for_cache(cls, *text);
+    else fresh.epoch = internal::class_epoch();
+    PyObject* replaced = entry.name;
+    entry.name = Py_NewRef(name);
+    entry.cls = cls;
+    entry.member = std::move(fresh);
+    Py_XDECREF(replaced);
+    return &entry.member;
+}
+
+// A plain attribute of `value` from the member cache; nothing when the
+// cache cannot answer (then the full lookup does).
+std::optional<PyObject*> cached_attribute(Any const& value, PyObject* name) {
+    if (!reads_class_members(value)) return std::nullopt;
+    internal::cached_member const* found = class_member_of(value, name);
+    if (!found) return nullptr;
+    using kind_t = internal::cached_member::kind_t;
+    // Copies: running the member may run Python code that replaces the entry.
+    switch (found->kind) {
+    case kind_t::property: {
+        Property property = Property::unsafe(found->member);
+        return slot_result(property.get(value));
+    }
+    case kind_t::method: {
+        I_Callable_Generic method = I_Callable_Generic::unsafe(found->member);
+        if (method.isIndependent()) return slot_result(method);
+        return new_bound_method(std::move(method), value);
+    }
+    default: return std::nullopt;
+    }
+}
+
 // ---- writing -----------------------------------------------------------------
 
 int set_attribute(Any const& value, PyObject* pythonName, String const& name, PyObject* newValue) {
@@ -219,9 +292,10 @@ char const* descriptor_name(void* closure) {
 
 PyObject* wrapper_getattro(PyObject* self, PyObject* name) noexcept {
     return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
+        Any const& value = *held_value(self);
+        if (auto cached = cached_attribute(value, name)) return *cached;
         auto text = attribute_name(name);
         if (!text) return nullptr;
-        Any const& value = *held_value(self);
         if (!text->startsWith("_")) return plain_attribute(value, *text);
         if (PyObject* special = special_attribute(value, text->asChars())) return special;
         if (PyErr_Occurred()) return nullptr;

@@ -12,8 +12,9 @@
 namespace tesk::cpython {
 
 // A new reference to a bound method of `self`; null with MemoryError set
-// when allocation fails. The caller holds the interpreter lock.
-PyObject* new_bound_method(I_Callable_Generic const& method, Any const& self);
+// when allocation fails. The caller holds the interpreter lock. The method
+// is taken by value, so that a caller done with its copy moves it in.
+PyObject* new_bound_method(I_Callable_Generic method, Any const& self);
 
 // The host callable that a bound method object stands for (the method bound
 // to its receiver); nothing when `object` is no bound method.

@@ -23,7 +23,9 @@ PyObject* wrapper_iternext(PyObject* self) noexcept {
         Any const& value = *held_value(self);
         // Null without an exception ends the iteration.
         if (!I_Iterator_Generic::test(value)) return nullptr;
-        Any item = I_Iterator_Generic::unsafe(value).next();
+        // advance() makes no StopIteration error at the end of a host list.
+        Any item;
+        if (!I_Iterator_Generic::unsafe(value).advance(item)) return nullptr;
         if (item.isComputed()) item = internal::result_unwrap_lazy(item);
         if (item.isError() && StopIteration::test(item)) return nullptr;
         return slot_result(item);

@@ -25,7 +25,11 @@ struct operator_method {
 PyObject* apply(operator_method const& op, PyObject* self, std::initializer_list<Any> operand) {
     Any const* held = is_wrapper(self);
     if (!held) return Py_NewRef(Py_NotImplemented); // Python tries the other operand
-    Any value = internal::unwrap(*held);
+    // Most values stand for themselves: no copy for them.
+    Kind kind = held->kind();
+    bool indirect = kind == Kind::Computed || kind == Kind::Weak || kind == Kind::External;
+    Any unwrapped = indirect ? internal::unwrap(*held) : Any();
+    Any const& value = indirect ? unwrapped : *held;
     if (value.isError()) return slot_result(value); // raises it
     auto method = method_of(value, op.method);
     if (!method && op.fallback) method = method_of(value, String(op.fallback));

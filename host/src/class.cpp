@@ -77,6 +77,7 @@ object_value_class::object_value_class(String n, std::uint64_t t)
 }
 
 object_value_class::~object_value_class() {
+    move_class_epoch();
     delete table_.load();
     delete static_cast<member_snapshot const*>(member_cache_.load());
 }
@@ -167,6 +168,13 @@ member_snapshot* build_snapshot(object_value_class const* cls, std::uint64_t ver
 }
 
 } // namespace
+
+namespace {
+std::atomic<std::uint64_t> g_class_epoch{1};
+} // namespace
+
+std::uint64_t class_epoch() noexcept { return g_class_epoch.load(std::memory_order_seq_cst); }
+void move_class_epoch() noexcept { g_class_epoch.fetch_add(1, std::memory_order_seq_cst); }
 
 member_snapshot const& members_of(object_value_class const* cls) {
     auto& cache = class_record_access::member_cache(cls);

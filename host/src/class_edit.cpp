@@ -72,6 +72,7 @@ bool is_known_parent(object_value_class const* cls) {
 
 // Moves the version of `edited` and of every class that has it as an ancestor.
 void mark_stale(object_value_class const* edited) {
+    move_class_epoch();
     if (!is_known_parent(edited)) {
         class_record_access::version(edited).fetch_add(1, std::memory_order_seq_cst);
         return;

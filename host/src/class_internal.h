@@ -61,6 +61,9 @@ struct member_snapshot {
 // valid until it ends.
 member_snapshot const& members_of(object_value_class const* cls);
 
+// Moves class_epoch(): after an edit's swap, and when a record is destroyed.
+void move_class_epoch() noexcept;
+
 // Every class record made so far.
 std::vector<object_value_class const*> all_class_records();
 

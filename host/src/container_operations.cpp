@@ -241,19 +241,41 @@ bool is_native_iterator(Any const& v) noexcept {
     return v.kind() == Kind::Instance && v.get()->class_value() == builtin_class(builtin::list_iterator);
 }
 
-Any iterator_next(Any const& iterator) {
-    if (!is_native_iterator(iterator)) return Error(String("Not an iterator: {}.").arg(iterator));
+namespace {
+// The item at `at` of a List or Tuple into `item`; false past the end. One
+// lock for a List, none for a Tuple, and no Error made at the end.
+bool sequence_item_at(Any const& seq, std::size_t at, Any& item) {
+    if (Tuple::test(seq)) {
+        Tuple t = Tuple::unsafe(seq);
+        if (at >= t.size()) return false;
+        item = t[at];
+        return true;
+    }
+    auto& list = record_of<list_record>(seq);
+    std::lock_guard guard(list.lock());
+    if (at >= list.items.size()) return false;
+    item = list.items[at];
+    return true;
+}
+} // namespace
+
+bool iterator_advance(Any const& iterator, Any& item) {
     auto& it = record_of<object_value_iterator>(iterator);
     std::size_t at = it.position.fetch_add(1, std::memory_order_relaxed);
     if (it.source.hasValue()) {
-        if (at < sequence_length(it.source)) {
-            Any item = sequence_at(it.source, static_cast<std::int64_t>(at));
-            if (!item.isError()) return item;
-        }
+        if (sequence_item_at(it.source, at, item)) return true;
     } else if (at < it.snapshot.size()) {
-        return it.snapshot[at];
+        item = it.snapshot[at];
+        return true;
     }
     it.position.store(at, std::memory_order_relaxed); // stays at the end
+    return false;
+}
+
+Any iterator_next(Any const& iterator) {
+    if (!is_native_iterator(iterator)) return Error(String("Not an iterator: {}.").arg(iterator));
+    Any item;
+    if (iterator_advance(iterator, item)) return item;
     return StopIteration();
 }
 

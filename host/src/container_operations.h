@@ -41,6 +41,8 @@ bool native_contains(Any const& container, Any const& value);
 Any make_iterator(Any const& container);
 bool is_native_iterator(Any const& v) noexcept;
 Any iterator_next(Any const& iterator); // the next item or StopIteration
+// The next item of a native iterator into `item`; false at the end.
+bool iterator_advance(Any const& iterator, Any& item);
 
 // Calls `visit` with each item of any iterable value; stops at the first
 // Error (from the iteration or from `visit`) and returns it, else none.

@@ -33,8 +33,10 @@ small_table const& small_integers() {
     auto* fresh = new small_table();
     for (std::size_t i = 0; i < small_count; ++i)
         (*fresh)[i] = new object_value_integer(static_cast<std::uint64_t>(small_min + static_cast<std::int64_t>(i)), false);
-    if (g_small.compare_exchange_strong(published, fresh, std::memory_order_acq_rel, std::memory_order_acquire))
+    if (g_small.compare_exchange_strong(published, fresh, std::memory_order_acq_rel, std::memory_order_acquire)) {
+        for (object_value const* record : *fresh) record->make_immortal();
         return *fresh;
+    }
     for (object_value const* record : *fresh) record->release();
     delete fresh;
     return *published;

@@ -99,6 +99,12 @@ Any I_Iterator_Generic::next() const {
     return call(*this, $next, {});
 }
 
+bool I_Iterator_Generic::advance(Any& item) const {
+    if (internal::is_native_iterator(*this)) return internal::iterator_advance(*this, item);
+    item = internal::result_unwrap_lazy(call(*this, $next, {}));
+    return !StopIteration::test(item);
+}
+
 // ---- sequences -----------------------------------------------------------------
 
 bool I_Sequence_Generic::test(Any const& v) noexcept {

@@ -188,6 +188,33 @@ Union<I_Callable_Generic, None> method_of(Any const& v, String const& name) {
     return Union<I_Callable_Generic, None>(it->second.callable);
 }
 
+namespace internal {
+cached_member member_for_cache(object_value_class const* cls, String const& name) {
+    cached_member out;
+    out.epoch = class_epoch(); // before the tables, as a class version
+    Any method;
+    {
+        read_section section;
+        member_snapshot const& members = members_of(cls);
+        if ((members.override_mask & ((1u << u_method) | (1u << u_property))) != 0) return out;
+        if (table_of(cls).method_hook) return out;
+        if (auto it = members.methods.find(name); it != members.methods.end()) method = it->second.callable;
+    }
+    using kind_t = cached_member::kind_t;
+    if (int field = cls->find_field(name); field >= 0) {
+        out.kind = kind_t::field;
+        out.field = field;
+    } else if (auto property = cls->resolve_property(name)) {
+        out.kind = kind_t::property;
+        out.member = property.value();
+    } else if (method.hasValue()) {
+        out.kind = kind_t::method;
+        out.member = std::move(method);
+    }
+    return out;
+}
+} // namespace internal
+
 std::vector<std::pair<String, I_Callable_Generic>> own_methods_of(Any const& v) {
     if (Any o = override_for(v, u_own_methods); o.hasValue())
         return entries_of_result<I_Callable_Generic>(call_member(o, v, {}));

@@ -233,7 +233,9 @@ String intern(std::string_view name) {
     static interned_names* const table = new interned_names(); // never destroyed: keys outlive statics
     String candidate(name);
     std::lock_guard guard(table->lock);
-    return *table->names.insert(std::move(candidate)).first;
+    auto [position, inserted] = table->names.insert(std::move(candidate));
+    if (inserted) position->get()->make_immortal();
+    return *position;
 }
 
 } // namespace

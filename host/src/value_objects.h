@@ -205,8 +205,10 @@ template <class Make> object_value const* shared_value(std::atomic<object_value 
     object_value const* published = slot.load(std::memory_order_acquire);
     if (published != nullptr) return published;
     object_value const* fresh = make();
-    if (slot.compare_exchange_strong(published, fresh, std::memory_order_acq_rel, std::memory_order_acquire))
+    if (slot.compare_exchange_strong(published, fresh, std::memory_order_acq_rel, std::memory_order_acquire)) {
+        fresh->make_immortal();
         return fresh;
+    }
     fresh->release();
     return published;
 }

@@ -60,6 +60,38 @@ TEST(ObjectLifetime, SmallIntegersAndBooleansAreSharedWithoutAllocation) {
     EXPECT_FALSE(big.isSame(Integer(1025)));
 }
 
+TEST(ObjectLifetime, SharedValuesAreImmortalAndCopiesLeaveTheirCountAlone) {
+    Integer small(7);
+    Boolean yes(true);
+    String name = I_Sequence_Generic::$at; // an interned member name
+    std::vector<internal::object_value const*> shared = {small.get(), yes.get(), String().get(),
+                                                         Undefined().get(), name.get()};
+    std::vector<std::uint32_t> counts;
+    for (auto const* record : shared) {
+        EXPECT_TRUE(record->is_immortal());
+        counts.push_back(record->use_count());
+    }
+    // Copied, boxed again and dropped from many threads at once: the counts
+    // never move, and the values stay what they were.
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&shared] {
+            for (int i = 0; i < 20000; ++i) {
+                Integer again(7);
+                for (auto const* record : shared) Any copy = Any::borrow(record);
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    for (std::size_t i = 0; i < shared.size(); ++i) EXPECT_EQ(shared[i]->use_count(), counts[i]);
+    EXPECT_EQ(small.value(), 7);
+    EXPECT_TRUE(yes.value());
+    // A value that is not shared is counted as before.
+    String own("not shared");
+    EXPECT_FALSE(own.get()->is_immortal());
+    EXPECT_EQ(own.get()->use_count(), 1u);
+}
+
 // A class whose finaliser records each object it sees and may keep it alive.
 struct FinalisedClass {
     internal::object_value_class* record = test_class_record("Finalised");

@@ -7,6 +7,14 @@
 namespace tesk::cpython::testing {
 namespace {
 
+std::int64_t one(Any const&) { return 1; }
+std::int64_t two(Any const&) { return 2; }
+std::int64_t three(Any const&) { return 3; }
+
+I_Callable_Generic method_named(char const* name, I_Callable_Generic function) {
+    return method_builder_base(String(name)).assign_func(function).signature(String("")).build();
+}
+
 class WrapperAttributes : public WrapperTest {
 protected:
     void SetUp() override {
@@ -70,6 +78,29 @@ TEST_F(WrapperAttributes, RefusedWritesRaiseAndChangeNothing) {
     EXPECT_EQ(raised_by("g.nothing"), "AttributeError: 'wrappertest.Gauge' object has no attribute 'nothing'");
     // A special name the value cannot answer falls to Python's own lookup.
     EXPECT_EQ(raised_by("g.__name__").rfind("AttributeError", 0), 0u);
+}
+
+TEST_F(WrapperAttributes, RepeatedReadsFollowClassEditsAndOwnMembers) {
+    // A class of this test's own: the edits below reach no other test.
+    class_builder_base builder(String("Edited"));
+    builder.method(method_named("answer", make_closure(&one)));
+    builder.property(property_builder_base(String("p")).getter(make_closure(&one)));
+    Class_Generic cls = builder.build().as<Class_Generic>();
+    Any first = cls.allocateInstance();
+    bind_host("a", first);
+    bind_host("b", cls.allocateInstance());
+    // Each read twice, the second from what the first looked up.
+    expect_true("a.answer() == 1 and a.answer() == 1 and a.p == 1 and a.p == 1");
+    add_class_method_unsafe(cls, String("answer"), method_named("answer", make_closure(&two)));
+    add_class_property_unsafe(cls, String("p"), Property(make_closure(&two)));
+    expect_true("a.answer() == 2 and b.answer() == 2 and a.p == 2 and b.p == 2");
+    // A member of the object's own answers before the class's, for that object alone.
+    EXPECT_TRUE(insert_method(first, String("answer"), method_named("answer", make_closure(&three))).isNone());
+    expect_true("a.answer() == 3 and b.answer() == 2");
+    // A property added under a method's name answers first, as a first lookup would.
+    add_class_property_unsafe(cls, String("answer"), Property(make_closure(&three)));
+    expect_true("b.answer == 3");
+    EXPECT_EQ(raised_by("b.missing"), "AttributeError: 'Edited' object has no attribute 'missing'");
 }
 
 TEST_F(WrapperAttributes, IntrospectionComesFromTheHost) {

@@ -36,6 +36,15 @@ TEST_F(WrapperProtocols, HostContainersIterate) {
     expect_true("list(launch) == [3, 2, 1]");
 }
 
+TEST_F(WrapperProtocols, HostListsIterateLive) {
+    // Items appended during the loop are seen, items removed are not.
+    bind_host("grow", List{Integer(1), Integer(2)});
+    expect_true("[x for x in grow if (x < 4 and grow.append(x + 2)) or True] == [1, 2, 3, 4, 5]");
+    bind_host("shrink", List{Integer(1), Integer(2), Integer(3)});
+    expect_true("[x for x in shrink if shrink.pop() or True] == [1, 2]");
+    expect_true("(lambda it: ([next(it) for _ in range(5)], next(it, 'end')))(iter(grow)) == ([1, 2, 3, 4, 5], 'end')");
+}
+
 TEST_F(WrapperProtocols, IteratorsAndWhatIsNotIterable) {
     bind_host("countdown", make_countdown(2));
     expect_true("next(countdown) == 2 and next(countdown) == 1");

@@ -105,6 +105,27 @@ private:
     mutable std::atomic<void const*> member_cache_{nullptr};
 };
 
+// Moves whenever any class's members may have changed (an edit that moves a
+// class version) and whenever a class record is destroyed, so that a cache
+// keyed by record address and tagged with it never answers for a record
+// that was edited, or freed and its address reused.
+TESK_API std::uint64_t class_epoch() noexcept;
+
+// What a cache of member lookups may keep for `name` on instances of `cls`
+// that have no members of their own, valid while class_epoch() equals
+// `epoch`: the field index, the property, or the method that the class alone
+// resolves, in the order an attribute read tries them. `none` when the class
+// takes lookups over (an override of "__method__" or "__property__", a
+// lookup hook) or resolves none of the three.
+struct cached_member {
+    enum class kind_t : std::uint8_t { none, field, property, method };
+    kind_t kind = kind_t::none;
+    int field = -1;
+    Any member; // the Property or the callable
+    std::uint64_t epoch = 0;
+};
+TESK_API cached_member member_for_cache(object_value_class const* cls, String const& name);
+
 // A class instance: one value per field (inherited fields first).
 class TESK_API object_value_instance : public object_value {
 public:

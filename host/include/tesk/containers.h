@@ -80,6 +80,9 @@ public:
     static bool test(Any const& v) noexcept;
     // The next item, or a StopIteration error at the end.
     Any next() const;
+    // The next item (deferred ones resolved, errors kept) into `item`; false
+    // at the end, where a built-in iterator makes no StopIteration error.
+    bool advance(Any& item) const;
 };
 
 class TESK_API I_Sequence_Generic : public I_Iterable_Generic {

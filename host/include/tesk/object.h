@@ -127,12 +127,28 @@ public:
     // The class record; built-in value classes and instance classes outlive their values.
     object_value_class const* class_value() const noexcept { return class_; }
 
-    void retain() const noexcept { refcount_.fetch_add(1, std::memory_order_relaxed); }
+    // An immortal value's count is never written, so that copies of a value
+    // shared by every thread (a cached small integer, a boolean, an interned
+    // name) touch no shared cache line.
+    void retain() const noexcept {
+        if (is_immortal()) return;
+        refcount_.fetch_add(1, std::memory_order_relaxed);
+    }
     // Drops one reference; destroys the object (after its class finaliser) at zero.
     void release() const noexcept {
+        if (is_immortal()) return;
         if (refcount_.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy();
     }
     std::uint32_t use_count() const noexcept { return refcount_.load(std::memory_order_relaxed); }
+
+    // Makes the value live for the process: its count saturates, as CPython's
+    // immortal objects. Safe while other threads copy the value: the count is
+    // set far inside the immortal range, so that a retain or release that
+    // read the count before the change stays inside it.
+    void make_immortal() const noexcept { refcount_.store(immortal_count, std::memory_order_relaxed); }
+    bool is_immortal() const noexcept {
+        return (refcount_.load(std::memory_order_relaxed) & immortal_bit) != 0;
+    }
 
     // Guards the object's mutable state (own members, fields, container items).
     spinlock& lock() const noexcept { return lock_; }
@@ -145,6 +161,9 @@ protected:
     void set_class(object_value_class const* cls) noexcept { class_ = cls; }
 
 private:
+    static constexpr std::uint32_t immortal_bit = 0x80000000u;
+    static constexpr std::uint32_t immortal_count = 0xC0000000u;
+
     void destroy() const noexcept;
 
     mutable std::atomic<std::uint32_t> refcount_{1};
