@@ -127,6 +127,20 @@ TEST(Evaluation, ScopeValueWithoutPythonFormFailsTheEvaluationNamingIt) {
     }
 }
 
+TEST(Evaluation, TextThatUtf8CannotEncodeFailsInsteadOfBecomingEmpty) {
+    // A lone surrogate: what os.fsdecode makes of an undecodable file name.
+    std::string const expression = error_message(evaluate_expression("'abc\\udcffdef'"));
+    EXPECT_NE(expression.find("can't encode character '\\udcff' in position 3"), std::string::npos) << expression;
+    Any block = evaluate("import os\nreturn os.fsdecode(b'name\\xff')");
+    EXPECT_NE(error_message(block).find("in position 4"), std::string::npos) << error_message(block);
+    // An out-local keeps its old value rather than receiving the empty text.
+    HashMap out = map_of({{"a", Integer(1)}});
+    Any written = evaluate("a = 'x\\ud800'", scope_of(Any(), Any(), out));
+    EXPECT_NE(error_message(written).find("surrogates not allowed"), std::string::npos) << error_message(written);
+    EXPECT_EQ(integer_of(out.find(String("a"))), 1);
+    EXPECT_FALSE(python_error_pending());
+}
+
 TEST(Evaluation, AScopeNameThatIsNotTextIsRefused) {
     HashMap locals;
     (void)locals.set(Integer(1), Integer(2));
