@@ -14,6 +14,7 @@
 #include "language/evaluation_error.h"
 #include "language/code_cache.h"
 #include "language/evaluation_control.h"
+#include "language/stack_budget.h"
 #include "to_python/to_python.h"
 
 #include <algorithm>
@@ -219,6 +220,7 @@ Any evaluate_method(Any const& self, String const& code, Union<I_Map<String, Any
     if (!code.isValidUtf8()) return invalid_code();
     if (Any failure = ensure_interpreter(); failure.isError()) return failure;
     gil_guard gil;
+    c_stack_budget stack;
 
     std::vector<String> names;
     if (Any failure = out_local_names(outLocals, names); failure.isError()) return failure;
@@ -249,6 +251,7 @@ Any evaluate_expression(String const& code, Union<I_Map<String, Any>, None> cons
     if (!code.isValidUtf8()) return invalid_code();
     if (Any failure = ensure_interpreter(); failure.isError()) return failure;
     gil_guard gil;
+    c_stack_budget stack;
     Any failure;
     PyObjectPtr evalGlobals = evaluation_globals(failure, globals, None(), locals);
     if (!evalGlobals) return failure;
