@@ -43,5 +43,18 @@ TEST(SmallStacks, DeepRecursionOnASmallHostThreadIsAnError) {
     EXPECT_EQ(string_of(evaluate("x = []\nfor i in range(2000):\n    x = [x]\nreturn repr(x)[:3]")), "[[[");
 }
 
+TEST(SmallStacks, TheMinimumStackEvaluatesAndNests) {
+    // The README's minimum for a host thread that evaluates Python code.
+    std::string flat, nested, deep;
+    run_on_stack(128 * 1024, [&] {
+        flat = string_of(evaluate_expression("'flat'"));
+        nested = string_of(evaluate_expression("repr([[[[[[[[[[1]]]]]]]]]])"));
+        deep = error_message(evaluate("x = []\nfor i in range(2000):\n    x = [x]\nreturn repr(x)"));
+    });
+    EXPECT_EQ(flat, "flat");
+    EXPECT_EQ(nested, "[[[[[[[[[[1]]]]]]]]]]");
+    EXPECT_NE(deep.find("maximum recursion depth exceeded"), std::string::npos) << deep;
+}
+
 } // namespace
 } // namespace tesk::cpython::testing
