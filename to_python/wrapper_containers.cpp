@@ -39,12 +39,8 @@ PyObject* item_result(Any const& sequence, std::int64_t index, Any const& result
 }
 
 int item_status(Any const& sequence, std::int64_t index, Any const& result) {
-    Any value = internal::result_unwrap_lazy(result);
-    if (value.isError() && out_of_range(sequence, index)) {
-        raise_index_error(value.error().message());
-        return -1;
-    }
-    return slot_status(value);
+    PyObjectPtr const done = PyObjectPtr::steal(item_result(sequence, index, result));
+    return done ? 0 : -1;
 }
 
 // w[a:b:c] of a host sequence: a step of 1 is the host's own slice, any other

@@ -73,7 +73,7 @@ shared_type mutable_sequence_type{[] {
     return variant_type(sequence_methods_full(), mapping_methods(), container_protocol::mutable_sequence);
 }};
 shared_type set_type{[] {
-    return variant_type(sequence_methods_contains(), nullptr, container_protocol::set);
+    return variant_type(sequence_methods_sized(), nullptr, container_protocol::set);
 }};
 shared_type iterator_type{[] {
     return variant_type(sequence_methods_concat(), nullptr, container_protocol::iterator);
