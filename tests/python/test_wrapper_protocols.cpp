@@ -96,7 +96,7 @@ TEST_F(WrapperProtocols, HostContainersAreCollectionsAbcContainers) {
     expect_true("dict(m) == {'a': 1, 'b': 2} and sorted(m.items()) == [('a', 1), ('b', 2)]");
     expect_true("list(m.keys()) == ['a', 'b'] and list(m.values()) == [1, 2]");
     expect_true("m.get('a') == 1 and m.get('z', 5) == 5 and m.get('z') is None");
-    expect_true("{**m} == {'a': 1, 'b': 2} and s.isdisjoint(['y']) and len(s) == 1 and s");
+    expect_true("{**m} == {'a': 1, 'b': 2} and s.isdisjoint(['y']) and len(s) == 1 and bool(s)");
     run("match xs:\n    case [first, *rest]: matched = first\n");
     expect_true("matched == 10");
     // The host's own members stay reachable, directly or, where a mapping
