@@ -10,6 +10,8 @@
 
 #include <tesk/tesk.h>
 
+#include <string_view>
+
 namespace tesk::cpython {
 
 enum class container_protocol { none, sequence, mutable_sequence, mapping, mutable_mapping, set, iterator };
