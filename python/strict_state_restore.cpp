@@ -54,9 +54,12 @@ public:
         into_.push_back({PyObjectPtr::borrow(container), std::move(copy)});
     }
 
-    // A module's namespace and the containers directly in it.
+    // A module's namespace and the containers directly in it. __main__ is
+    // the program's own namespace, where a session (brimora's REPL) keeps
+    // what its entries made: left as the evaluations leave it.
     void add_module(PyObject* name, PyObject* module) {
         if (!PyModule_Check(module)) return;
+        if (PyUnicode_Check(name) && PyUnicode_CompareWithASCIIString(name, "__main__") == 0) return;
         PyObject* dict = PyModule_GetDict(module); // borrowed
         add(dict);
         char const* moduleName = PyUnicode_Check(name) ? PyUnicode_AsUTF8(name) : nullptr;

@@ -8,8 +8,8 @@ namespace tesk::cpython {
 // from construction to destruction.
 //
 // When the first strict scope of the process begins, the state is recorded:
-// sys.modules, the namespace of every loaded module (builtins and sys among
-// them: sys.stdout, the hooks, sys.pycache_prefix), the lists, dictionaries
+// sys.modules, the namespace of every loaded module but __main__ (builtins
+// and sys among them: sys.stdout, the hooks, sys.pycache_prefix), the lists, dictionaries
 // and sets those namespaces hold (sys.meta_path, sys.path_hooks, sys.path,
 // sys.path_importer_cache, gc.callbacks, warnings.filters, threading's
 // atexit list ...), os.environ and weakref.finalize's registry. When the
