@@ -4,6 +4,7 @@
 #include "python/python_ref.h"
 
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -11,10 +12,13 @@
 namespace tesk::cpython {
 namespace {
 
-// A container and a shallow copy of what it held.
+// A list or set and a shallow copy of what it held; or a dictionary, watched,
+// and what its keys held before their first change (a copy of the whole
+// dictionary when it is cleared or filled at once).
 struct saved_container {
     PyObjectPtr container;
-    PyObjectPtr copy;
+    PyObjectPtr copy;        // lists and sets; dictionaries once cleared or filled at once
+    PyObjectPtr previous;    // dictionaries: key -> old value, or `absent`
 };
 
 // Where imports look for cached byte code while strict scopes are alive: a
@@ -24,6 +28,55 @@ constexpr char const* no_byte_code_cache = "/dev/null/brimora-strict";
 // Process-wide; touched only with the interpreter lock held.
 int active_scopes = 0;
 std::vector<saved_container>* recorded = nullptr;
+std::unordered_map<PyObject*, std::size_t>* watched = nullptr; // dictionary -> its entry in `recorded`
+bool restoring = false;
+int watcher = -1;
+
+// Stands for a key that the dictionary did not hold.
+PyObject* absent() {
+    static PyObject* const marker = PyObject_New(PyObject, &PyBaseObject_Type);
+    return marker;
+}
+
+// Called before a watched dictionary changes: keeps what the key held, the
+// first time only.
+int before_change(PyDict_WatchEvent event, PyObject* dict, PyObject* key, PyObject* /*newValue*/) noexcept {
+    if (restoring || watched == nullptr || recorded == nullptr) return 0;
+    auto found = watched->find(dict);
+    if (found == watched->end()) return 0;
+    saved_container& entry = (*recorded)[found->second];
+    if (entry.copy) return 0;
+    PyObject* pending = PyErr_GetRaisedException();
+    switch (event) {
+    case PyDict_EVENT_ADDED:
+    case PyDict_EVENT_MODIFIED:
+    case PyDict_EVENT_DELETED:
+        if (key && PyDict_Contains(entry.previous.get(), key) == 0) {
+            PyObject* old = PyDict_GetItemWithError(dict, key); // borrowed
+            (void)PyDict_SetItem(entry.previous.get(), key, old ? old : absent());
+        }
+        break;
+    case PyDict_EVENT_CLEARED:
+    case PyDict_EVENT_CLONED: {
+        // The whole state before, with the keys' first values put back.
+        PyObjectPtr copy = PyObjectPtr::steal(PyDict_Copy(dict));
+        Py_ssize_t position = 0;
+        PyObject* k = nullptr;
+        PyObject* old = nullptr;
+        while (copy && PyDict_Next(entry.previous.get(), &position, &k, &old)) {
+            if (old == absent()) (void)PyDict_DelItem(copy.get(), k);
+            else (void)PyDict_SetItem(copy.get(), k, old);
+        }
+        entry.copy = std::move(copy);
+        break;
+    }
+    default:
+        break;
+    }
+    PyErr_Clear();
+    PyErr_SetRaisedException(pending);
+    return 0;
+}
 
 // Bookkeeping of the threads that run meanwhile (started by unsandboxed
 // code; sandboxed code may start none): not undone.
@@ -34,7 +87,6 @@ bool is_thread_bookkeeping(std::string_view module, PyObject* name) {
 }
 
 PyObjectPtr copy_of(PyObject* container) {
-    if (PyDict_CheckExact(container)) return PyObjectPtr::steal(PyDict_Copy(container));
     if (PyList_CheckExact(container)) return PyObjectPtr::steal(PyList_GetSlice(container, 0, PY_SSIZE_T_MAX));
     if (PySet_CheckExact(container)) return PyObjectPtr::steal(PySet_New(container));
     return {};
@@ -45,13 +97,25 @@ public:
     explicit recorder(std::vector<saved_container>& into) : into_(into) {}
 
     void add(PyObject* container) {
-        if (container == nullptr || !seen_.insert(container).second) return;
+        if (container == nullptr) return;
+        if (!PyDict_CheckExact(container) && !PyList_CheckExact(container) && !PySet_CheckExact(container)) return;
+        if (!seen_.insert(container).second) return;
+        if (PyDict_CheckExact(container)) {
+            PyObjectPtr previous = PyObjectPtr::steal(PyDict_New());
+            if (!previous || PyDict_Watch(watcher, container) < 0) {
+                PyErr_Clear();
+                return;
+            }
+            watched->emplace(container, into_.size());
+            into_.push_back({PyObjectPtr::borrow(container), PyObjectPtr(), std::move(previous)});
+            return;
+        }
         PyObjectPtr copy = copy_of(container);
         if (!copy) {
             PyErr_Clear();
             return;
         }
-        into_.push_back({PyObjectPtr::borrow(container), std::move(copy)});
+        into_.push_back({PyObjectPtr::borrow(container), std::move(copy), PyObjectPtr()});
     }
 
     // A module's namespace and the containers directly in it. __main__ is
@@ -140,6 +204,22 @@ bool restore(saved_container const& saved, PyObject* released) {
     PyObject* container = saved.container.get();
     PyObject* copy = saved.copy.get();
     bool changed = false;
+    if (PyDict_CheckExact(container) && copy == nullptr) {
+        // Only the keys that changed.
+        Py_ssize_t position = 0;
+        PyObject* key = nullptr;
+        PyObject* old = nullptr;
+        while (PyDict_Next(saved.previous.get(), &position, &key, &old)) {
+            PyObject* current = PyDict_GetItemWithError(container, key);
+            if (current == old || (current == nullptr && old == absent())) continue;
+            if (current) (void)PyList_Append(released, current);
+            if (old == absent()) (void)PyDict_DelItem(container, key);
+            else (void)PyDict_SetItem(container, key, old);
+            changed = true;
+        }
+        PyErr_Clear();
+        return changed;
+    }
     if (PyList_CheckExact(container)) {
         Py_ssize_t const size = PyList_GET_SIZE(copy);
         bool same = PyList_GET_SIZE(container) == size;
@@ -212,7 +292,9 @@ void restore_state(std::vector<saved_container> const& saved) {
         PyObjectPtr released = PyObjectPtr::steal(PyList_New(0));
         if (!released) break;
         bool changed = false;
+        restoring = true;
         for (saved_container const& entry : saved) changed = restore(entry, released.get()) || changed;
+        restoring = false;
         PyErr_Clear();
         if (pass == 1 && changed) keep_for_the_process(std::move(released));
         if (!changed) break;
@@ -225,8 +307,10 @@ strict_state_restore::strict_state_restore() noexcept {
     PyObject* pending = PyErr_GetRaisedException();
     if (active_scopes++ == 0) {
         try {
+            if (watcher < 0) watcher = PyDict_AddWatcher(&before_change);
             recorded = new std::vector<saved_container>();
-            record_state(*recorded);
+            watched = new std::unordered_map<PyObject*, std::size_t>();
+            if (watcher >= 0) record_state(*recorded);
         } catch (...) {
             // Out of memory: what was recorded is restored.
         }
@@ -240,6 +324,10 @@ strict_state_restore::~strict_state_restore() {
     PyObject* pending = PyErr_GetRaisedException();
     if (recorded) {
         restore_state(*recorded);
+        for (saved_container const& entry : *recorded)
+            if (PyDict_CheckExact(entry.container.get())) (void)PyDict_Unwatch(watcher, entry.container.get());
+        delete watched;
+        watched = nullptr;
         delete recorded;
         recorded = nullptr;
     }

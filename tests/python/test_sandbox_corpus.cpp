@@ -274,6 +274,9 @@ state_change const state_changes[] = {
      "import sys\nif hasattr(sys.stdout, 'brimora'):\n    sys.stdout = sys.stdout.saved\n    return True\nreturn False"},
     {"os.environ._data", "import os\nos.environ._data[b'BRIMORA_CORPUS'] = b'1'",
      "import os\nif b'BRIMORA_CORPUS' in os.environ._data:\n    del os.environ._data[b'BRIMORA_CORPUS']\n    return True\nreturn False"},
+    {"a dictionary cleared and refilled", "import sys\nsaved = dict(sys.path_importer_cache)\nsys.path_importer_cache.clear()\n"
+                                          "sys.path_importer_cache.update(saved)\nsys.path_importer_cache['brimora'] = None",
+     "import sys\nif 'brimora' in sys.path_importer_cache:\n    del sys.path_importer_cache['brimora']\n    return True\nreturn False"},
     {"warnings.filters", "import warnings\nwarnings.filterwarnings('ignore', message='brimora')",
      "import warnings\nfound = [f for f in warnings.filters if f[1] is not None and f[1].pattern == 'brimora']\n"
      "for f in found:\n    warnings.filters.remove(f)\nreturn bool(found)"},
