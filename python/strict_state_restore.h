@@ -16,7 +16,9 @@ namespace tesk::cpython {
 // last one ends, what differs is put back: names added are removed, names
 // replaced or removed get their old value, modules imported meanwhile leave
 // sys.modules (a later import runs them afresh). Changes that unsandboxed
-// code on another thread makes meanwhile are undone with them.
+// code on another thread makes meanwhile are undone with them. Dictionaries
+// are watched rather than copied: each changed key keeps its value from
+// before its first change.
 //
 // While strict scopes are alive, imports compile sources instead of reading
 // cached byte code (marshal refuses code objects at the strict level), and
