@@ -29,10 +29,13 @@ namespace {
 // What a replacement refuses under the strict level.
 enum class rule {
     always,             // every call
-    host_descriptor,    // a descriptor argument that is the host's
+    host_descriptor,    // a descriptor argument that is the host's, or a copy of one
+    host_number,        // a descriptor argument with the number of one of the host's (a copy of
+                        // one may go: closing it or changing its flags leaves the host's alone)
     host_range,         // a range of descriptors (two arguments) that holds one of the host's
     code_objects,       // unmarshalling code objects (marshal refuses them itself when told)
-    outside_search_path // an extension module whose file is not under the host's sys.path
+    outside_search_path, // an extension module whose file is not under the host's sys.path
+    locale_change        // a second argument that is given and not None (a query passes)
 };
 
 // One replaced function: where it lives and what it refuses.
@@ -61,10 +64,10 @@ replaced_function replaced[] = {
     {"posix", "posix_fallocate", rule::host_descriptor},
     {"posix", "eventfd_write", rule::host_descriptor},
     {"posix", "set_blocking", rule::host_descriptor},
-    {"posix", "set_inheritable", rule::host_descriptor},
+    {"posix", "set_inheritable", rule::host_number},
     {"posix", "lseek", rule::host_descriptor},
-    {"posix", "close", rule::host_descriptor},
-    {"posix", "dup2", rule::host_descriptor, 1},
+    {"posix", "close", rule::host_number},
+    {"posix", "dup2", rule::host_number, 1},
     {"posix", "closerange", rule::host_range},
     {"posix", "login_tty", rule::always},
     {"posix", "tcsetpgrp", rule::always},
@@ -140,7 +143,6 @@ replaced_function replaced[] = {
     {"faulthandler", "_read_null", rule::always},
     {"faulthandler", "_fatal_error_c_thread", rule::always},
     // the interpreter's process-wide configuration
-    {"sys", "setrecursionlimit", rule::always},
     {"sys", "setswitchinterval", rule::always},
     {"sys", "set_asyncgen_hooks", rule::always},
     {"sys", "set_coroutine_origin_tracking_depth", rule::always},
@@ -151,10 +153,9 @@ replaced_function replaced[] = {
     {"sys.monitoring", "use_tool_id", rule::always},
     {"sys.monitoring", "set_events", rule::always},
     {"sys.monitoring", "set_local_events", rule::always},
-    {"gc", "disable", rule::always},
     {"gc", "set_threshold", rule::always},
     {"gc", "freeze", rule::always},
-    {"_locale", "setlocale", rule::always},
+    {"_locale", "setlocale", rule::locale_change},
     // unaudited native routes
     {"_socket", "socketpair", rule::always},
     {"_posixsubprocess", "fork_exec", rule::always},
@@ -271,6 +272,7 @@ bool is_under_search_path(PyObject* spec) {
 struct call_arguments {
     PyObject* const* items = nullptr;
     Py_ssize_t count = 0;
+    bool keywords = false;
 
     PyObject* at(int index) const { return index < count ? items[index] : nullptr; }
 };
@@ -285,6 +287,13 @@ bool refuses(replaced_function const& function, call_arguments const& arguments)
         auto fd = descriptor_value(arguments.at(function.argument));
         return !fd || is_host_descriptor(*fd);
     }
+    case rule::host_number: {
+        auto fd = descriptor_value(arguments.at(function.argument));
+        return !fd || !host || !host->complete ||
+               std::binary_search(host->descriptors.begin(), host->descriptors.end(), *fd);
+    }
+    case rule::locale_change:
+        return arguments.keywords || (arguments.at(1) != nullptr && arguments.at(1) != Py_None);
     case rule::host_range: {
         auto low = descriptor_value(arguments.at(0));
         auto high = descriptor_value(arguments.at(1));
@@ -363,7 +372,8 @@ struct replacement {
         return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
             if (strict_sandbox_active() && entry().refusal == rule::code_objects)
                 return call_without_code(entry(), self, args, nargsf, kwnames);
-            if (refused({args, PyVectorcall_NARGS(static_cast<size_t>(nargsf))})) return refuse();
+            bool const keywords = kwnames != nullptr && PyTuple_GET_SIZE(kwnames) > 0;
+            if (refused({args, PyVectorcall_NARGS(static_cast<size_t>(nargsf)), keywords})) return refuse();
             return original_as<PyCFunctionFastWithKeywords>(entry())(self, args, nargsf, kwnames);
         });
     }
@@ -375,7 +385,8 @@ struct replacement {
     }
     static PyObject* varargs_keywords(PyObject* self, PyObject* args, PyObject* kwargs) noexcept {
         return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
-            if (refused({&PyTuple_GET_ITEM(args, 0), PyTuple_GET_SIZE(args)})) return refuse();
+            bool const keywords = kwargs != nullptr && PyDict_GET_SIZE(kwargs) > 0;
+            if (refused({&PyTuple_GET_ITEM(args, 0), PyTuple_GET_SIZE(args), keywords})) return refuse();
             return original_as<PyCFunctionWithKeywords>(entry())(self, args, kwargs);
         });
     }

@@ -28,6 +28,9 @@ constexpr char const* no_byte_code_cache = "/dev/null/brimora-strict";
 // Process-wide; touched only with the interpreter lock held.
 int active_scopes = 0;
 std::vector<saved_container>* recorded = nullptr;
+// The interpreter's settings that code may change for its own run.
+int recordedRecursionLimit = 0;
+int recordedCollectorEnabled = 1;
 std::unordered_map<PyObject*, std::size_t>* watched = nullptr; // dictionary -> its entry in `recorded`
 bool restoring = false;
 int watcher = -1;
@@ -311,6 +314,8 @@ strict_state_restore::strict_state_restore() noexcept {
             recorded = new std::vector<saved_container>();
             watched = new std::unordered_map<PyObject*, std::size_t>();
             if (watcher >= 0) record_state(*recorded);
+            recordedRecursionLimit = Py_GetRecursionLimit();
+            recordedCollectorEnabled = PyGC_IsEnabled();
         } catch (...) {
             // Out of memory: what was recorded is restored.
         }
@@ -322,6 +327,9 @@ strict_state_restore::strict_state_restore() noexcept {
 strict_state_restore::~strict_state_restore() {
     if (--active_scopes != 0) return;
     PyObject* pending = PyErr_GetRaisedException();
+    Py_SetRecursionLimit(recordedRecursionLimit);
+    if (recordedCollectorEnabled) (void)PyGC_Enable();
+    else (void)PyGC_Disable();
     if (recorded) {
         restore_state(*recorded);
         for (saved_container const& entry : *recorded)

@@ -214,6 +214,8 @@ attempt const corpus[] = {
     {"os.unshare", "import os\nos.unshare(0)", A, B},
     {"os.waitpid (the host's children)", "import os\nos.waitpid(-1, os.WNOHANG)", A, B},
     {"locale.setlocale", "import locale\nlocale.setlocale(locale.LC_ALL, locale.setlocale(locale.LC_ALL))", A, B},
+    {"locale.getlocale and time.strptime (control)", "import locale, time\nlocale.getlocale()\ntime.strptime('2024', '%Y')", A, A},
+    {"closing the code's own descriptor of a host file (control)", "import os\nfd = os.open(d + '/host', os.O_RDONLY)\nos.close(fd)", A, A},
     {"sys.setswitchinterval", "import sys\nsys.setswitchinterval(sys.getswitchinterval())", A, B},
     // the host's own controls (a host error: RuntimeError with the sandbox's message)
     {"tesk.cpython.cpython_set_sandbox_level", "import tesk\ntesk.cpython.cpython_set_sandbox_level('standard')", B, B},
@@ -277,6 +279,8 @@ state_change const state_changes[] = {
     {"a dictionary cleared and refilled", "import sys\nsaved = dict(sys.path_importer_cache)\nsys.path_importer_cache.clear()\n"
                                           "sys.path_importer_cache.update(saved)\nsys.path_importer_cache['brimora'] = None",
      "import sys\nif 'brimora' in sys.path_importer_cache:\n    del sys.path_importer_cache['brimora']\n    return True\nreturn False"},
+    {"gc.disable", "import gc\ngc.disable()",
+     "import gc\nif not gc.isenabled():\n    gc.enable()\n    return True\nreturn False"},
     {"warnings.filters", "import warnings\nwarnings.filterwarnings('ignore', message='brimora')",
      "import warnings\nfound = [f for f in warnings.filters if f[1] is not None and f[1].pattern == 'brimora']\n"
      "for f in found:\n    warnings.filters.remove(f)\nreturn bool(found)"},
