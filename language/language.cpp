@@ -82,9 +82,11 @@ struct cpython_module_members {
     module_function set_sandbox_level{cpython_module_name, "cpython_set_sandbox_level",
                                       make_closure(&set_sandbox_level_member), "level",
                                       "Sets how much sandboxed evaluations refuse: 'standard' or 'strict' "
-                                      "(also threads, tracing, frames, code objects, writable mappings, writes to "
-                                      "inherited descriptors, ending or signalling the process, atexit, and modules "
-                                      "with unaudited routes). Returns the previous level."};
+                                      "(also threads, tracing, frames, code objects, writable mappings, ctypes, changes "
+                                      "through the host's descriptors, ending, signalling or reconfiguring the process, "
+                                      "deferred code, and modules with unaudited routes; what a strict evaluation "
+                                      "changes in the process-wide Python state is undone when it ends). Returns the "
+                                      "previous level."};
     module_function interrupt{cpython_module_name, "interrupt", make_closure(&interrupt_member), "thread",
                               "Ends the evaluation that the host thread runs; false when it runs none."};
     module_function evaluation_thread{cpython_module_name, "evaluation_thread",
