@@ -74,7 +74,7 @@ int run(Invocation const& invocation) {
     tesk::Any result = evaluate(python, invocation, tesk::String::unsafe(code), scope);
     if (interrupt_requested()) return report_interrupted();
     if (invocation.timeout) (void)python.set_time_limit(0);
-    if (result.isError()) return finish(python, report_error(result.error()));
+    if (result.isError()) return finish(python, report_evaluation_error(result.error()));
     return finish(python, report_result(python, result, scope));
 }
 

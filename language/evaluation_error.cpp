@@ -3,6 +3,7 @@
 #include "language/evaluation_error.h"
 
 #include "from_python/attributes.h"
+#include "from_python/errors.h"
 #include "from_python/from_python.h"
 #include "from_python/instance_test.h"
 
@@ -44,6 +45,11 @@ Error evaluation_error_from_python(int lineCorrection, int columnCorrection, int
     if (PyErr_Occurred() == nullptr) return Error::unknown();
     PyObjectPtr exception = PyObjectPtr::steal(PyErr_GetRaisedException());
     if (!exception) return Error::unknown();
+    // SystemExit and KeyboardInterrupt say why the code stopped rather than
+    // where it failed: they keep their own class (and an exit code), without
+    // a position.
+    if (!PyObject_TypeCheck(exception.get(), reinterpret_cast<PyTypeObject*>(PyExc_Exception)))
+        return base_exception_error(exception.get());
     Any converted = from_python(exception.get());
     Error const base = converted.isError() ? converted.error() : Error::unknown();
 
