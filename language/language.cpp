@@ -9,6 +9,7 @@
 #include "language/module_lookup.h"
 #include "language/python_exit.h"
 #include "language/registration.h"
+#include "language/signal_handling.h"
 #include "python/sandbox_guard.h"
 #include "python/interpreter_start.h"
 
@@ -34,6 +35,7 @@ Result<String> set_sandbox_level_member(String const& level) {
 bool interrupt_member(std::int64_t thread) { return interrupt_evaluation(thread); }
 std::int64_t evaluation_thread_member() { return evaluation_thread_id(); }
 void set_time_limit_member(double seconds) { set_evaluation_time_limit(seconds); }
+Result<None> handle_signals_member() { return handle_signals(); }
 Result<Any> set_code_cache_size_member(std::int64_t entries) {
     if (entries < 0) return Error(String("A code cache size cannot be negative: {}.").arg(entries));
     set_code_cache_capacity(static_cast<std::size_t>(entries));
@@ -72,6 +74,11 @@ struct cpython_module_members {
     module_function set_time_limit{cpython_module_name, "set_time_limit", make_closure(&set_time_limit_member),
                                    "seconds",
                                    "Limits the evaluations that the calling thread starts; 0 for no limit."};
+    module_function handle_signals{cpython_module_name, "handle_signals", make_closure(&handle_signals_member), "",
+                                   "Hands SIGINT to Python as python3 does (KeyboardInterrupt in the code of the main "
+                                   "thread, blocking calls there cut short) and lets a stop (interrupt, time limit) "
+                                   "cut a blocking call of the main thread short. Call it on the thread that started "
+                                   "the interpreter; the library installs no signal handler otherwise."};
     module_function set_code_cache_size{cpython_module_name, "set_code_cache_size",
                                         make_closure(&set_code_cache_size_member), "entries",
                                         "How many distinct compiled codes are kept; 0 for none."};
@@ -217,6 +224,7 @@ void register_evaluation_controls() {
     members().interrupt.register_now();
     members().evaluation_thread.register_now();
     members().set_time_limit.register_now();
+    members().handle_signals.register_now();
     members().set_code_cache_size.register_now();
     members().finish.register_now();
     members().import_all.register_now();
