@@ -102,6 +102,8 @@ String class_name_of(PyObject* type) {
 // Calling the host class calls the Python type; the instance comes back as
 // any Python value does.
 I_Callable_Generic constructor_of(PyObject* type) {
+    // Shared by every mirrored class (signatures are immutable values).
+    static Signature const* const any_arguments = new Signature(Type::untyped(), {}, {}, true);
     return I_Callable_Generic::unsafe(internal::make_function_callable(
         [type](std::span<Any const> args) -> Any {
             gil_guard gil;
@@ -109,7 +111,7 @@ I_Callable_Generic constructor_of(PyObject* type) {
             if (!I_Callable_Generic::test(function)) return Any();
             return I_Callable_Generic::unsafe(function).invoke(args);
         },
-        Signature(Type::untyped(), {}, {}, true), class_name_of(type)));
+        *any_arguments, class_name_of(type)));
 }
 
 // The notes of an exception instance ("__notes__"), each after a line feed.

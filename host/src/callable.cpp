@@ -42,11 +42,18 @@ private:
     std::function<Any(std::span<Any const>)> function_;
 };
 
+// One signature for every constant: a module mirrored from Python has a
+// constant getter per member, and signatures are immutable values.
+Signature const& constant_signature() {
+    static Signature const* const shared = new Signature(Type::untyped(), {}); // outlives exit-time releases
+    return *shared;
+}
+
 // Gives its value whatever it is called with, so that it serves as the
 // getter of a value property whether or not the object is passed.
 class object_value_constant final : public object_value_callable {
 public:
-    explicit object_value_constant(Any v) : object_value_callable(Signature(Type::untyped(), {})), value(std::move(v)) {
+    explicit object_value_constant(Any v) : object_value_callable(constant_signature()), value(std::move(v)) {
         independent.store(true, std::memory_order_relaxed);
     }
     Any invoke(std::span<Any const>) const override { return value; }
