@@ -1,0 +1,5 @@
+
+if __name__ == '__main__':
+    pass
+    print("SUCCESS")
+    pass
