@@ -1,5 +1,0 @@
-
-if __name__ == '__main__':
-    pass
-    print("SUCCESS")
-    pass
