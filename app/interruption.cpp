@@ -15,7 +15,6 @@
 
 #include <atomic>
 #include <iostream>
-#include <string>
 #include <thread>
 
 namespace brimora {
@@ -82,10 +81,6 @@ void on_interrupt(std::function<bool()> stop) {
 
 bool interrupt_requested() { return requested.load(); }
 
-bool is_keyboard_interrupt(tesk::Error const& error) {
-    std::string const message = error.message().toUtf8();
-    return message == "KeyboardInterrupt" || message.starts_with("KeyboardInterrupt: ");
-}
 
 int report_interrupted() {
     std::cerr << "interrupted\n";

@@ -1,14 +1,9 @@
 // Ctrl-C: KeyboardInterrupt in the code, as in python3, and exit status 130.
 #pragma once
 
-#include <tesk/tesk.h>
-
 #include <functional>
 
 namespace brimora {
-
-// Whether an evaluation ended with an uncaught KeyboardInterrupt (Ctrl-C).
-bool is_keyboard_interrupt(tesk::Error const& error);
 
 // What brimora prints and returns after Ctrl-C ended the code.
 int report_interrupted();

@@ -36,13 +36,6 @@ void stop_on_interrupt(Python const& python) {
     on_interrupt([python, thread] { return thread && python.interrupt(*thread); });
 }
 
-// An evaluation's failure: Ctrl-C ends with "interrupted" (status 130), any
-// other Error is reported as it is.
-int report_failure(tesk::Error const& error) {
-    if (is_keyboard_interrupt(error)) return report_interrupted();
-    return report_error(error);
-}
-
 // After the code: what python3 does before it exits, then the output made
 // sure of. The first failure decides the exit status.
 int finish(Python const& python, int status) {
@@ -52,7 +45,7 @@ int finish(Python const& python, int status) {
             status = report_error(written.error());
     };
     flushed();
-    if (Outcome finished = python.finish(); !finished && status == 0) status = report_failure(finished.error());
+    if (Outcome finished = python.finish(); !finished && status == 0) status = report_error(finished.error());
     flushed();
     return status;
 }
@@ -88,7 +81,7 @@ int run(Invocation const& invocation) {
     tesk::EvaluationScope scope = make_scope(invocation);
     tesk::Any result = evaluate(python, invocation, tesk::String::unsafe(code), scope);
     if (invocation.timeout) (void)python.set_time_limit(0);
-    if (result.isError()) return finish(python, report_failure(result.error()));
+    if (result.isError()) return finish(python, report_evaluation_error(result.error()));
     return finish(python, report_result(python, result, scope));
 }
 

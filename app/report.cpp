@@ -1,5 +1,7 @@
 #include "app/report.h"
 
+#include "app/interruption.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -17,6 +19,35 @@ int report_error(tesk::Error const& error) {
         }
     }
     return 1;
+}
+
+namespace {
+
+// Whether the error is of the host class made for the Python exception type
+// `name` (of the module builtins), or of a class derived from it.
+bool is_python_exception(tesk::Error const& error, char const* name) {
+    auto builtins = tesk::find_module(tesk::String("python.builtins"));
+    if (!builtins) return false;
+    for (auto const& [member, cls] : builtins.value().classes())
+        if (member == tesk::String(name)) return tesk::Type(tesk::raw_class_of(error)).conformsTo(cls);
+    return false;
+}
+
+// The status python3 exits with for SystemExit(code).
+int exit_status_of(tesk::Any const& code) {
+    if (!code.hasValue()) return 0;
+    if (auto flag = tesk::Boolean::cast(code)) return flag.value().value() ? 1 : 0;
+    if (auto number = tesk::Integer::cast(code)) return static_cast<int>(number.value().value());
+    std::cerr << tesk::display(code).asChars() << '\n';
+    return 1;
+}
+
+} // namespace
+
+int report_evaluation_error(tesk::Error const& error) {
+    if (is_python_exception(error, "SystemExit")) return exit_status_of(error.value());
+    if (is_python_exception(error, "KeyboardInterrupt")) return report_interrupted(); // Ctrl-C
+    return report_error(error);
 }
 
 int report_result(Python const& python, tesk::Any const& result, tesk::EvaluationScope const& scope) {

@@ -35,7 +35,7 @@ std::optional<String> text_attribute(PyObject* object, PyObject* name) {
         PyErr_Clear();
         return std::nullopt;
     }
-    return String::unsafe(string_from_python(value.get()));
+    return text_or_empty(value.get());
 }
 
 bool has_text_attribute(PyObject* object, char const* name, char const* expected) {

@@ -83,6 +83,28 @@ Error argument_conversion_error(Any const& argument) {
     return take_python_error(Error(String("Unable to convert an argument: {}.").arg(argument)));
 }
 
+Error base_exception_error(PyObject* exception) {
+    gil_guard gil;
+    PyTypeObject* type = Py_TYPE(exception);
+    // The class made for its type (python.builtins.SystemExit), which says
+    // what stopped the code; an error of it is raised in Python as that type.
+    Any madeClass = from_python(reinterpret_cast<PyObject*>(type));
+    Class_Generic const errorClass =
+        Class_Generic::test(madeClass) && Type(Class_Generic::unsafe(madeClass)).conformsTo(Error::getClass())
+            ? Class_Generic::unsafe(madeClass)
+            : host_error_class_for(reinterpret_cast<PyObject*>(type));
+    std::string name = type->tp_name;
+    if (auto dot = name.rfind('.'); dot != std::string::npos) name.erase(0, dot + 1);
+    String const text = message_of(exception);
+    Error error = Error::ofClass(errorClass, text.isEmpty() ? String(name) : String(name + ": " + text.toUtf8()));
+    if (PyErr_GivenExceptionMatches(reinterpret_cast<PyObject*>(type), PyExc_SystemExit)) {
+        PyObjectPtr code = PyObjectPtr::steal(PyObject_GetAttrString(exception, "code"));
+        if (code) error.setValue(from_python(code.get()));
+        PyErr_Clear();
+    }
+    return error;
+}
+
 Any error_from_exception(PyObject* exception) {
     if (exception == nullptr) return Error::unknown();
     gil_guard gil;

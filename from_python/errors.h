@@ -15,6 +15,11 @@ Error take_python_error(Error const& fallback);
 // Why a host value has no Python form: the exception its conversion raised
 // (taken), else "Unable to convert an argument: {}.". Nothing stays pending.
 Error argument_conversion_error(Any const& argument);
+// An exception that is no Exception (SystemExit, KeyboardInterrupt,
+// GeneratorExit) as a host error of the class made for its type, with the
+// message "SystemExit: 3" (the type name alone when str() is empty); a
+// SystemExit carries its code as the error's value.
+Error base_exception_error(PyObject* exception);
 // An exception instance as a host error value.
 Any error_from_exception(PyObject* exception);
 // The host error class that stands for a Python exception type.

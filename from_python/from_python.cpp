@@ -16,6 +16,7 @@
 #include "from_python/python_object.h"
 #include "from_python/python_type_class.h"
 #include "from_python/text.h"
+#include "to_python/host_errors.h"
 #include "to_python/wrapper.h"
 #include "to_python/wrapper_bound_method.h"
 #include "to_python/python_to_host.h"
@@ -45,6 +46,9 @@ Any convert_in_order(PyObject* object) {
     if (PyBytes_Check(object)) return bytes_from_python(object);
     if (is_instance(object, decimal_class())) return decimal_from_python(object);
     if (PyFloat_Check(object)) return float_from_python(object);
+    // A complex number has no host form, and truncating it is no answer: it
+    // stays the Python object (a proxy), printed as itself.
+    if (PyComplex_Check(object)) return proxy_from_python(object);
     if (PyNumber_Check(object)) return number_from_python(object);
     // An object that cannot say whether it is an exception (its __class__
     // raises) is taken for one: it becomes an Error rather than a proxy.
@@ -82,8 +86,30 @@ bool held_python_object(Any const& value, PyObject*& held) {
     return true;
 }
 
+// A value handed to the host: the conversion, or false with a Python
+// exception raised. Integers and text fail with Python's own exception
+// (OverflowError, UnicodeEncodeError), kept pending rather than turned into
+// an Error; any other failure raises the Error it gave. An exception object
+// or a wrapped host Error is a value, not a failure.
+bool convert_value(PyObject* object, Any& out) {
+    if (object && Py_IS_TYPE(object, &PyLong_Type)) {
+        long long v = PyLong_AsLongLong(object);
+        if (v == -1 && PyErr_Occurred()) return false;
+        out = Integer(static_cast<std::int64_t>(v));
+        return true;
+    }
+    if (object && Py_IS_TYPE(object, &PyUnicode_Type)) {
+        Py_ssize_t size = 0;
+        if (PyUnicode_AsUTF8AndSize(object, &size) == nullptr) return false;
+    }
+    out = from_python_locked(object);
+    if (!out.isError() || is_wrapper(object) || PyExceptionInstance_Check(object)) return true;
+    raise_host_error(out.error());
+    return false;
+}
+
 struct registration {
-    registration() noexcept { set_python_to_host({&from_python, &held_python_object}); }
+    registration() noexcept { set_python_to_host({&from_python, &held_python_object, &convert_value}); }
 } const registered;
 
 } // namespace

@@ -14,6 +14,7 @@
 #include "language/evaluation_error.h"
 #include "language/code_cache.h"
 #include "language/evaluation_control.h"
+#include "language/stack_budget.h"
 #include "to_python/to_python.h"
 
 #include <algorithm>
@@ -45,8 +46,9 @@ Any map_entries(I_Map_Generic const& map, std::vector<std::pair<Any, Any>>& entr
     return None();
 }
 
-// Writes the caller's names into `dict`. A value without a Python form is
-// left out (the code sees no such name); a name that is not text is refused.
+// Writes the caller's names into `dict`. A name that is not text, or whose
+// value has no Python form, fails the evaluation and is named: left out, it
+// would only surface later as a NameError that hides the reason.
 Any copy_map_into(PyObject* dict, I_Map_Generic const& map) {
     std::vector<std::pair<Any, Any>> entries;
     if (Any failure = map_entries(map, entries); failure.isError()) return failure;
@@ -54,7 +56,14 @@ Any copy_map_into(PyObject* dict, I_Map_Generic const& map) {
         auto name = String::cast(key);
         if (!name || !name.value().isValidUtf8())
             return Error(String("A scope name must be UTF-8 text: {}.").arg(key));
-        (void)set_converted_item(dict, name.value(), value);
+        PyObjectPtr pythonName = python_text(name.value().asChars());
+        PyObjectPtr converted = pythonName ? to_python_ref(value) : PyObjectPtr();
+        if (!converted || PyDict_SetItem(dict, pythonName.get(), converted.get()) < 0) {
+            Error reason = take_python_error(Error(String("it has no Python form")));
+            return Error(String("The scope value '{}' cannot be converted to Python: {}")
+                             .arg(name.value())
+                             .arg(reason.message()));
+        }
     }
     return None();
 }
@@ -211,6 +220,7 @@ Any evaluate_method(Any const& self, String const& code, Union<I_Map<String, Any
     if (!code.isValidUtf8()) return invalid_code();
     if (Any failure = ensure_interpreter(); failure.isError()) return failure;
     gil_guard gil;
+    c_stack_budget stack;
 
     std::vector<String> names;
     if (Any failure = out_local_names(outLocals, names); failure.isError()) return failure;
@@ -241,6 +251,7 @@ Any evaluate_expression(String const& code, Union<I_Map<String, Any>, None> cons
     if (!code.isValidUtf8()) return invalid_code();
     if (Any failure = ensure_interpreter(); failure.isError()) return failure;
     gil_guard gil;
+    c_stack_budget stack;
     Any failure;
     PyObjectPtr evalGlobals = evaluation_globals(failure, globals, None(), locals);
     if (!evalGlobals) return failure;

@@ -3,6 +3,7 @@
 #include "language/evaluation_error.h"
 
 #include "from_python/attributes.h"
+#include "from_python/errors.h"
 #include "from_python/from_python.h"
 #include "from_python/instance_test.h"
 
@@ -32,16 +33,6 @@ std::optional<long long> innermost_evaluated_line(PyObject* exception, char cons
     return line;
 }
 
-// Ctrl-C says why the code stopped, not where it failed: "KeyboardInterrupt"
-// or "KeyboardInterrupt: TEXT", without a position.
-Error keyboard_interrupt_error(PyObject* exception) {
-    PyObjectPtr text = PyObjectPtr::steal(PyObject_Str(exception));
-    char const* chars = text ? PyUnicode_AsUTF8(text.get()) : nullptr;
-    PyErr_Clear();
-    if (chars == nullptr || *chars == '\0') return Error("KeyboardInterrupt");
-    return Error(String("KeyboardInterrupt: {}").arg(String(chars)));
-}
-
 Union<Integer, None> position(std::optional<std::int64_t> value) {
     if (!value || *value <= 0) return {};
     return Integer(static_cast<std::int64_t>(*value));
@@ -54,7 +45,11 @@ Error evaluation_error_from_python(int lineCorrection, int columnCorrection, int
     if (PyErr_Occurred() == nullptr) return Error::unknown();
     PyObjectPtr exception = PyObjectPtr::steal(PyErr_GetRaisedException());
     if (!exception) return Error::unknown();
-    if (PyErr_GivenExceptionMatches(exception.get(), PyExc_KeyboardInterrupt)) return keyboard_interrupt_error(exception.get());
+    // SystemExit and KeyboardInterrupt say why the code stopped rather than
+    // where it failed: they keep their own class (and an exit code), without
+    // a position.
+    if (!PyObject_TypeCheck(exception.get(), reinterpret_cast<PyTypeObject*>(PyExc_Exception)))
+        return base_exception_error(exception.get());
     Any converted = from_python(exception.get());
     Error const base = converted.isError() ? converted.error() : Error::unknown();
 

@@ -80,7 +80,7 @@ Type host_type_for_name(String const& spelled) {
 // The name an annotation goes by: a string annotation's own text, else the
 // object's qualified name, its name, or its str(); empty when all fail.
 String annotation_name(PyObject* annotation) {
-    if (PyUnicode_Check(annotation)) return String::unsafe(string_from_python(annotation));
+    if (PyUnicode_Check(annotation)) return text_or_empty(annotation);
     if (auto name = text_attribute(annotation, qualname_name.get())) return *name;
     if (auto name = text_attribute(annotation, name_name.get())) return *name;
     PyObjectPtr text = PyObjectPtr::steal(PyObject_Str(annotation));
@@ -88,7 +88,7 @@ String annotation_name(PyObject* annotation) {
         PyErr_Clear();
         return String();
     }
-    return String::unsafe(string_from_python(text.get()));
+    return text_or_empty(text.get());
 }
 
 // Calls a typing helper with one argument; null (nothing pending) when the

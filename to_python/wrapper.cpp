@@ -8,9 +8,8 @@
 
 namespace tesk::cpython {
 
-PyObject* new_wrapper(Any const& value) {
-    gil_guard gil;
-    PyTypeObject* type = wrapper_type_for_class(raw_class_of(value));
+namespace {
+PyObject* new_wrapper_of_type(Any const& value, PyTypeObject* type) {
     if (!type) {
         PyErr_SetString(PyExc_RuntimeError, "The wrapper type of Tesk objects is not available.");
         return nullptr;
@@ -24,6 +23,17 @@ PyObject* new_wrapper(Any const& value) {
         return PyErr_NoMemory();
     }
     return reinterpret_cast<PyObject*>(self);
+}
+} // namespace
+
+PyObject* new_wrapper(Any const& value) {
+    gil_guard gil;
+    return new_wrapper_of_type(value, wrapper_type_for_class(raw_class_of(value)));
+}
+
+PyObject* new_plain_wrapper(Any const& value) {
+    gil_guard gil;
+    return new_wrapper_of_type(value, plain_wrapper_type());
 }
 
 Any const* is_wrapper(PyObject* object) noexcept {

@@ -11,6 +11,11 @@ namespace tesk::cpython {
 // exception when allocation fails. Takes the interpreter lock itself.
 PyObject* new_wrapper(Any const& value);
 
+// A wrapper of `value` whose every plain attribute name is the host's member,
+// for the names that a container's Python protocol takes (`m.__host__.keys`).
+// Null with a Python exception on failure.
+PyObject* new_plain_wrapper(Any const& value);
+
 // The host value held by `object` when it is a wrapper, else null.
 Any const* is_wrapper(PyObject* object) noexcept;
 

@@ -11,6 +11,8 @@
 #include "to_python/signature_text.h"
 #include "to_python/slot_result.h"
 #include "to_python/to_python.h"
+#include "to_python/wrapper.h"
+#include "to_python/wrapper_abc.h"
 #include "to_python/wrapper_bound_method.h"
 #include "to_python/wrapper_record.h"
 #include "to_python/wrapper_type.h"
@@ -125,6 +127,7 @@ PyObject* special_attribute(Any const& value, std::string_view name) {
     }
     if (name == "__bool__"sv) return Py_NewRef(Boolean::from(value).value() ? Py_True : Py_False);
     if (name == "__dir__"sv) return member_names(value);
+    if (name == "__host__"sv) return new_plain_wrapper(value);
     if (name == "__text_signature__"sv)
         return callable ? text_to_python(signature_text(I_Callable_Generic::unsafe(value))) : nullptr;
     return nullptr;
@@ -185,7 +188,8 @@ PyObject* plain_attribute(Any const& value, String const& name) {
 
 int set_attribute(Any const& value, PyObject* pythonName, String const& name, PyObject* newValue) {
     // Deleting an attribute assigns none.
-    Any converted = python_to_host(newValue);
+    Any converted;
+    if (!python_to_host_value(newValue, converted)) return -1;
     if (auto property = property_of(value, name)) {
         if (property.value().setter().hasValue()) {
             Any result = internal::result_unwrap_lazy(property.value().set(value, converted));
@@ -222,7 +226,22 @@ PyObject* wrapper_getattro(PyObject* self, PyObject* name) noexcept {
         auto text = attribute_name(name);
         if (!text) return nullptr;
         Any const& value = *held_value(self);
-        if (!text->startsWith("_")) return plain_attribute(value, *text);
+        if (!text->startsWith("_")) {
+            // The methods of Python's mapping protocol (dict(m), m.items())
+            // are Python's on a host map; its own keys, values and get stay
+            // reachable through m.__host__.
+            PyTypeObject* type = Py_TYPE(self);
+            if (PyType_HasFeature(type, Py_TPFLAGS_MAPPING) && is_mapping_protocol_name(text->asChars()))
+                return PyObject_GenericGetAttr(self, name);
+            PyObject* found = plain_attribute(value, *text);
+            // A name the host lacks may be a protocol method the type took
+            // from collections.abc (xs.index, m.setdefault, s.isdisjoint).
+            if (!found && PyErr_ExceptionMatches(PyExc_AttributeError) && _PyType_Lookup(type, name)) {
+                PyErr_Clear();
+                return PyObject_GenericGetAttr(self, name);
+            }
+            return found;
+        }
         if (PyObject* special = special_attribute(value, text->asChars())) return special;
         if (PyErr_Occurred()) return nullptr;
         return PyObject_GenericGetAttr(self, name);
@@ -262,7 +281,9 @@ int property_set(PyObject* self, PyObject* newValue, void* closure) noexcept {
             PyErr_Format(PyExc_AttributeError, "Attribute not found: %s.", name);
             return -1;
         }
-        Any result = internal::result_unwrap_lazy(property.value().set(value, python_to_host(newValue)));
+        Any converted;
+        if (!python_to_host_value(newValue, converted)) return -1;
+        Any result = internal::result_unwrap_lazy(property.value().set(value, converted));
         if (!result.isError()) return 0;
         PyErr_Format(PyExc_RuntimeError, "%s", result.error().message().c_str());
         return -1;

@@ -54,18 +54,22 @@ PyObject* bound_method_call(PyObject* object, PyObject* args, PyObject* kwargs) 
         }
         PyTeskBoundMethod* r = record_of(object);
         Py_ssize_t n = PyTuple_GET_SIZE(args);
+        // False, with the exception raised, when an argument has no host form:
+        // then the host method is not called.
         auto convert_into = [&](Any* out) {
             out[0] = r->self;
-            for (Py_ssize_t i = 0; i < n; ++i) out[i + 1] = python_to_host(PyTuple_GET_ITEM(args, i));
+            for (Py_ssize_t i = 0; i < n; ++i)
+                if (!python_to_host_value(PyTuple_GET_ITEM(args, i), out[i + 1])) return false;
+            return true;
         };
         auto count = static_cast<std::size_t>(n + 1);
         if (n < inline_arguments) {
             std::array<Any, inline_arguments> all;
-            convert_into(all.data());
+            if (!convert_into(all.data())) return nullptr;
             return slot_result(r->method.invoke({all.data(), count}));
         }
         std::vector<Any> all(count);
-        convert_into(all.data());
+        if (!convert_into(all.data())) return nullptr;
         return slot_result(r->method.invoke(all));
     });
 }

@@ -7,14 +7,16 @@
 #include "to_python/wrapper_slots.h"
 
 #include <array>
+#include <optional>
 #include <vector>
 
 namespace tesk::cpython {
 
 namespace {
 
-// The keyword arguments whose names are non-empty text, as a host map.
-HashMap named_arguments(PyObject* kwargs) {
+// The keyword arguments whose names are non-empty text, as a host map; null
+// with the exception raised when a value has no host form.
+std::optional<HashMap> named_arguments(PyObject* kwargs) {
     HashMap named(String::getClass(), Type::untyped());
     Py_ssize_t pos = 0;
     PyObject* key = nullptr;
@@ -22,7 +24,9 @@ HashMap named_arguments(PyObject* kwargs) {
     while (PyDict_Next(kwargs, &pos, &key, &value)) {
         Any name = python_to_host(key);
         if (!String::test(name) || String::unsafe(name).isEmpty()) continue;
-        (void)named.set(name, python_to_host(value));
+        Any converted;
+        if (!python_to_host_value(value, converted)) return std::nullopt;
+        (void)named.set(name, converted);
     }
     return named;
 }
@@ -30,18 +34,21 @@ HashMap named_arguments(PyObject* kwargs) {
 // Positional calls of up to this many arguments keep them on the stack.
 constexpr Py_ssize_t inline_arguments = 8;
 
-// Calls `call` with the converted positional arguments.
-template <class Call> Any call_positional(Call const& call, PyObject* args) {
+// Calls `call` with the converted positional arguments: its result for
+// Python, or null with the exception raised when an argument has no host
+// form (then the host is not called).
+template <class Call> PyObject* call_positional(Call const& call, PyObject* args) {
     Py_ssize_t n = args ? PyTuple_GET_SIZE(args) : 0;
     if (n <= inline_arguments) {
         std::array<Any, inline_arguments> converted;
-        for (Py_ssize_t i = 0; i < n; ++i) converted[i] = python_to_host(PyTuple_GET_ITEM(args, i));
-        return call(std::span<Any const>(converted.data(), static_cast<std::size_t>(n)));
+        for (Py_ssize_t i = 0; i < n; ++i)
+            if (!python_to_host_value(PyTuple_GET_ITEM(args, i), converted[i])) return nullptr;
+        return slot_result(call(std::span<Any const>(converted.data(), static_cast<std::size_t>(n))));
     }
-    std::vector<Any> converted;
-    converted.reserve(static_cast<std::size_t>(n));
-    for (Py_ssize_t i = 0; i < n; ++i) converted.push_back(python_to_host(PyTuple_GET_ITEM(args, i)));
-    return call(std::span<Any const>(converted));
+    std::vector<Any> converted(static_cast<std::size_t>(n));
+    for (Py_ssize_t i = 0; i < n; ++i)
+        if (!python_to_host_value(PyTuple_GET_ITEM(args, i), converted[static_cast<std::size_t>(i)])) return nullptr;
+    return slot_result(call(std::span<Any const>(converted)));
 }
 
 bool has_keywords(PyObject* kwargs) { return kwargs && PyDict_GET_SIZE(kwargs) > 0; }
@@ -50,7 +57,7 @@ bool has_keywords(PyObject* kwargs) { return kwargs && PyDict_GET_SIZE(kwargs) >
 PyObject* construct(Class_Generic const& cls, PyObject* args, PyObject* kwargs) {
     if (has_keywords(kwargs))
         return raise_text(PyExc_TypeError, String("{} takes no keyword arguments.").arg(cls.qualname()));
-    return slot_result(call_positional([&](std::span<Any const> a) { return cls(a); }, args));
+    return call_positional([&](std::span<Any const> a) { return cls(a); }, args);
 }
 
 } // namespace
@@ -69,10 +76,11 @@ PyObject* wrapper_call(PyObject* self, PyObject* args, PyObject* kwargs) noexcep
         // Named arguments, when there are any, are the whole call: the host
         // maps them onto parameters and positional ones would be ambiguous.
         if (has_keywords(kwargs)) {
-            HashMap named = named_arguments(kwargs);
-            if (named.size() != 0) return slot_result(callable.callWithNamed(named));
+            std::optional<HashMap> named = named_arguments(kwargs);
+            if (!named) return nullptr;
+            if (named->size() != 0) return slot_result(callable.callWithNamed(*named));
         }
-        return slot_result(call_positional([&](std::span<Any const> a) { return callable.invoke(a); }, args));
+        return call_positional([&](std::span<Any const> a) { return callable.invoke(a); }, args);
     });
 }
 

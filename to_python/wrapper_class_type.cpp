@@ -6,6 +6,7 @@
 #include "to_python/wrapper_class_type.h"
 
 #include "to_python/signature_text.h"
+#include "to_python/wrapper_abc.h"
 #include "to_python/wrapper_slots.h"
 #include "to_python/wrapper_type.h"
 #include "to_python/wrapper_type_block.h"
@@ -150,6 +151,7 @@ PyTypeObject* class_wrapper_type(Class_Generic const& cls) noexcept {
     } catch (...) {
         return nullptr;
     }
+    register_container_type(built->type, container_protocol_of(cls));
     class_type_cache& c = cache();
     std::lock_guard guard(c.lock);
     c.blocks.push_back(built);

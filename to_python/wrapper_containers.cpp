@@ -7,6 +7,7 @@
 #include "python/slot_guard.h"
 #include "to_python/python_to_host.h"
 #include "to_python/slot_result.h"
+#include "to_python/lookup_errors.h"
 #include "to_python/to_python.h"
 #include "to_python/wrapper.h"
 
@@ -22,8 +23,25 @@ Any call_named(Any const& value, member_key const& name, std::initializer_list<A
     return value.callMethod(name, {args.begin(), args.size()});
 }
 
-// KeyError carrying the host's display text of the key.
-std::nullptr_t raise_key_error(Any const& key) { return raise_text(PyExc_KeyError, display(key)); }
+// Whether `index` lies outside the sequence (as far as its length says).
+bool out_of_range(Any const& sequence, std::int64_t index) {
+    Any length = internal::result_unwrap_lazy(sequence.propertyValue(I_Sequence_Generic::$$__len__));
+    return Integer::test(length) && (index < 0 || index >= Integer::unsafe(length).value());
+}
+
+// The result of reading or writing the item at `index`: a failure at an index
+// outside the sequence is IndexError (with the host's message), any other
+// failure the host's error.
+PyObject* item_result(Any const& sequence, std::int64_t index, Any const& result) {
+    Any value = internal::result_unwrap_lazy(result);
+    if (value.isError() && out_of_range(sequence, index)) return raise_index_error(value.error().message());
+    return slot_result(value);
+}
+
+int item_status(Any const& sequence, std::int64_t index, Any const& result) {
+    PyObjectPtr const done = PyObjectPtr::steal(item_result(sequence, index, result));
+    return done ? 0 : -1;
+}
 
 // w[a:b:c] of a host sequence: a step of 1 is the host's own slice, any other
 // step collects the items one by one into a host list.
@@ -50,7 +68,8 @@ PyObject* subscript(PyObject* self, PyObject* key) {
     Any value = internal::unwrap(*held);
     if (value.isError()) return slot_result(value);
     if (I_Map_Generic::test(value)) {
-        Any hostKey = python_to_host(key);
+        Any hostKey;
+        if (!python_to_host_value(key, hostKey)) return nullptr;
         if (!I_Immutable::test(hostKey)) return raise_key_error(hostKey);
         Any found = internal::result_unwrap_lazy(I_Map_Generic::unsafe(value).get(hostKey));
         // A missing key is Python's KeyError, not the host's message.
@@ -63,23 +82,32 @@ PyObject* subscript(PyObject* self, PyObject* key) {
         Any index = python_to_host(key);
         if (!Integer::test(index)) return raise_key_error(index);
         // Negative indices go to the host as they are.
-        return slot_result(sequence.at(Integer::unsafe(index).value()));
+        std::int64_t const at = Integer::unsafe(index).value();
+        return item_result(value, at, sequence.at(at));
     }
     return raise_key_error(python_to_host(key));
 }
 
 int assign_subscript(PyObject* self, PyObject* key, PyObject* item) {
-    Any hostKey = python_to_host(key);
+    Any hostKey, hostItem;
+    if (!python_to_host_value(key, hostKey) || (item && !python_to_host_value(item, hostItem))) return -1;
     Any const* held = is_wrapper(self);
     if (!held) {
         raise_key_error(hostKey);
         return -1;
     }
     Any value = internal::unwrap(*held);
-    if (item) return slot_status(call_named(value, I_MutableSequence_Generic::$set, {hostKey, python_to_host(item)}));
-    bool isMap = I_Map_Generic::test(value);
-    return slot_status(call_named(value, isMap ? I_MutableMap_Generic::$remove : I_MutableSequence_Generic::$removeAt,
-                                  {hostKey}));
+    bool const isMap = I_Map_Generic::test(value);
+    Any result = item ? call_named(value, I_MutableSequence_Generic::$set, {hostKey, hostItem})
+                      : call_named(value, isMap ? I_MutableMap_Generic::$remove : I_MutableSequence_Generic::$removeAt,
+                                   {hostKey});
+    if (!isMap && Integer::test(hostKey)) return item_status(value, Integer::unsafe(hostKey).value(), result);
+    result = internal::result_unwrap_lazy(result);
+    if (isMap && !item && result.isError()) {
+        raise_key_error(hostKey); // del m[k] of a missing key
+        return -1;
+    }
+    return slot_status(result);
 }
 
 } // namespace
@@ -107,7 +135,8 @@ PyObject* tesk_sequence_item(PyObject* self, Py_ssize_t index) noexcept {
         if (!held) return raise_text(PyExc_TypeError, String(not_a_sequence));
         Any value = internal::unwrap(*held);
         if (value.isError()) return slot_result(value);
-        return slot_result(call_named(value, I_Sequence_Generic::$at, {Integer(static_cast<std::int64_t>(index))}));
+        auto const at = static_cast<std::int64_t>(index);
+        return item_result(value, at, call_named(value, I_Sequence_Generic::$at, {Integer(at)}));
     });
 }
 
@@ -119,9 +148,11 @@ int tesk_sequence_assign_item(PyObject* self, Py_ssize_t index, PyObject* item) 
             return -1;
         }
         Any value = internal::unwrap(*held);
-        Integer position(static_cast<std::int64_t>(index));
-        if (item) return slot_status(call_named(value, I_MutableSequence_Generic::$set, {position, python_to_host(item)}));
-        return slot_status(call_named(value, I_MutableSequence_Generic::$removeAt, {position}));
+        auto const at = static_cast<std::int64_t>(index);
+        Any hostItem;
+        if (item && !python_to_host_value(item, hostItem)) return -1;
+        if (item) return item_status(value, at, call_named(value, I_MutableSequence_Generic::$set, {Integer(at), hostItem}));
+        return item_status(value, at, call_named(value, I_MutableSequence_Generic::$removeAt, {Integer(at)}));
     });
 }
 
@@ -130,7 +161,9 @@ int tesk_contains(PyObject* self, PyObject* item) noexcept {
         Any const* held = is_wrapper(self);
         if (!held) return 0;
         Any value = internal::unwrap(*held);
-        Any found = internal::result_unwrap_lazy(call_named(value, I_Iterable_Generic::$contains, {python_to_host(item)}));
+        Any hostItem;
+        if (!python_to_host_value(item, hostItem)) return -1;
+        Any found = internal::result_unwrap_lazy(call_named(value, I_Iterable_Generic::$contains, {hostItem}));
         if (found.isError()) return slot_status(found);
         return Boolean::from(found).value() ? 1 : 0;
     });

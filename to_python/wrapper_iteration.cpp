@@ -12,6 +12,9 @@ PyObject* wrapper_iter(PyObject* self) noexcept {
     return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
         Any const& value = *held_value(self);
         if (value.isError()) return slot_result(value); // raises it
+        // An iterator is its own iterator, as Python's iterator protocol asks:
+        // list(iter(xs)) and a for loop over an iterator work.
+        if (!I_Iterable_Generic::test(value) && I_Iterator_Generic::test(value)) return Py_NewRef(self);
         if (!I_Iterable_Generic::test(value))
             return raise_text(PyExc_TypeError, String("'{}' object is not iterable.").arg(display(class_of(value))));
         return slot_result(I_Iterable_Generic::unsafe(value).iter());

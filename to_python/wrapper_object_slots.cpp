@@ -46,8 +46,44 @@ Py_hash_t wrapper_hash(PyObject* self) noexcept {
     });
 }
 
+namespace {
+
+// A dict of the host map's entries, read through the wrapper's own protocol.
+PyObjectPtr dict_of(PyObject* map) {
+    PyObjectPtr dict = PyObjectPtr::steal(PyDict_New());
+    PyObjectPtr keys = dict ? PyObjectPtr::steal(PyObject_GetIter(map)) : PyObjectPtr();
+    if (!keys) return {};
+    while (PyObjectPtr key = PyObjectPtr::steal(PyIter_Next(keys.get()))) {
+        PyObjectPtr item = PyObjectPtr::steal(PyObject_GetItem(map, key.get()));
+        if (!item || PyDict_SetItem(dict.get(), key.get(), item.get()) < 0) return {};
+    }
+    if (PyErr_Occurred()) return {};
+    return dict;
+}
+
+// A host sequence equals a Python list of equal items, and a host map a dict
+// of equal entries, as Python's own containers would (both orders of ==
+// arrive here: list and dict give NotImplemented for a wrapper). Null when
+// `other` is no such container; null with an exception when reading fails.
+PyObject* compare_with_python_container(PyObject* self, Any const& value, PyObject* other, int op, bool& answered) {
+    answered = false;
+    if (op != Py_EQ && op != Py_NE) return nullptr;
+    bool const isMap = I_Map_Generic::test(value);
+    PyObjectPtr copy;
+    if (PyList_Check(other) && !isMap && I_Sequence_Generic::test(value)) copy = PyObjectPtr::steal(PySequence_List(self));
+    else if (PyDict_Check(other) && isMap) copy = dict_of(self);
+    else return nullptr;
+    answered = true;
+    return copy ? PyObject_RichCompare(copy.get(), other, op) : nullptr;
+}
+
+} // namespace
+
 PyObject* wrapper_richcompare(PyObject* self, PyObject* other, int op) noexcept {
     return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
+        bool answered = false;
+        PyObject* containers = compare_with_python_container(self, *held_value(self), other, op, answered);
+        if (answered) return containers;
         Ordering order = compare_objects(*held_value(self), python_to_host(other));
         if (!order.isComparable()) return Py_NewRef(op == Py_NE ? Py_True : Py_False);
         int v = order.value();

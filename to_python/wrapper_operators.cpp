@@ -34,7 +34,11 @@ PyObject* apply(operator_method const& op, PyObject* self, std::initializer_list
 }
 
 PyObject* binary(operator_method const& op, PyObject* self, PyObject* other) noexcept {
-    return guarded_slot<PyObject*>(nullptr, [&] { return apply(op, self, {python_to_host(other)}); });
+    return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
+        Any operand;
+        if (!python_to_host_value(other, operand)) return nullptr;
+        return apply(op, self, {operand});
+    });
 }
 
 PyObject* repeat(operator_method const& op, PyObject* self, Py_ssize_t count) noexcept {

@@ -31,6 +31,16 @@ PySequenceMethods* sequence_methods_contains() noexcept {
     return &table;
 }
 
+PySequenceMethods* sequence_methods_sized() noexcept {
+    static PySequenceMethods table = [] {
+        PySequenceMethods t = make_concat_table();
+        t.sq_length = tesk_length;    // len(w), truth
+        t.sq_contains = tesk_contains; // x in w
+        return t;
+    }();
+    return &table;
+}
+
 PySequenceMethods* sequence_methods_full() noexcept {
     static PySequenceMethods table = [] {
         PySequenceMethods t = make_concat_table();

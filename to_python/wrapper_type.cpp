@@ -3,6 +3,7 @@
 #include "to_python/wrapper_type.h"
 
 #include "python/python_once.h"
+#include "to_python/wrapper_abc.h"
 #include "to_python/wrapper_class_type.h"
 #include "to_python/wrapper_record.h"
 #include "to_python/wrapper_slots.h"
@@ -37,13 +38,17 @@ private:
 };
 
 // The shared variants are not callable; their tables say which container
-// operators their instances offer.
-PyTypeObject* variant_type(PySequenceMethods* sequence, PyMappingMethods* mapping) {
+// operators their instances offer, and the protocol which abstract class of
+// collections.abc they are registered with (once, here).
+PyTypeObject* variant_type(PySequenceMethods* sequence, PyMappingMethods* mapping,
+                           container_protocol protocol = container_protocol::none) {
     PyTypeObject* type = new_wrapper_type_block(wrapper_type_name, wrapper_type_doc);
     type->tp_as_sequence = sequence;
     type->tp_as_mapping = mapping;
     type->tp_as_number = number_methods();
-    return ready_or_null(type);
+    type = ready_or_null(type);
+    register_container_type(type, protocol);
+    return type;
 }
 
 shared_type base_type{[] {
@@ -55,8 +60,24 @@ shared_type base_type{[] {
     return ready_or_null(type);
 }};
 shared_type map_and_sequence_type{[] { return variant_type(sequence_methods_full(), mapping_methods()); }};
-shared_type map_type{[] { return variant_type(sequence_methods_contains(), mapping_methods()); }};
-shared_type sequence_type{[] { return variant_type(sequence_methods_full(), mapping_methods()); }};
+shared_type map_type{[] {
+    return variant_type(sequence_methods_contains(), mapping_methods(), container_protocol::mapping);
+}};
+shared_type mutable_map_type{[] {
+    return variant_type(sequence_methods_contains(), mapping_methods(), container_protocol::mutable_mapping);
+}};
+shared_type sequence_type{[] {
+    return variant_type(sequence_methods_full(), mapping_methods(), container_protocol::sequence);
+}};
+shared_type mutable_sequence_type{[] {
+    return variant_type(sequence_methods_full(), mapping_methods(), container_protocol::mutable_sequence);
+}};
+shared_type set_type{[] {
+    return variant_type(sequence_methods_sized(), nullptr, container_protocol::set);
+}};
+shared_type iterator_type{[] {
+    return variant_type(sequence_methods_concat(), nullptr, container_protocol::iterator);
+}};
 shared_type plain_type{[] { return variant_type(sequence_methods_concat(), nullptr); }};
 
 } // namespace
@@ -94,14 +115,25 @@ PyTypeObject* ready_or_null(PyTypeObject* type) noexcept {
 
 PyTypeObject* base_wrapper_type() noexcept { return base_type.get(); }
 
+PyTypeObject* plain_wrapper_type() noexcept { return plain_type.get(); }
+
 PyTypeObject* wrapper_type_for_class(Class_Generic const& cls) noexcept {
     if (belongs_to_module(cls)) return class_wrapper_type(cls);
     std::uint64_t bits = cls.record()->traits();
     // Classes are callable too: calling one constructs an instance.
     bool isClassOfClasses = cls.record() == internal::builtin_class(internal::builtin::class_);
     if ((bits & traits::callable) || isClassOfClasses) return base_type.get();
-    if (bits & traits::map) return (bits & traits::sequence) ? map_and_sequence_type.get() : map_type.get();
-    if (bits & traits::sequence) return sequence_type.get();
+    if ((bits & traits::map) && (bits & traits::sequence)) return map_and_sequence_type.get();
+    switch (container_protocol_of(cls)) {
+    case container_protocol::mapping: return map_type.get();
+    case container_protocol::mutable_mapping: return mutable_map_type.get();
+    case container_protocol::sequence: return sequence_type.get();
+    case container_protocol::mutable_sequence: return mutable_sequence_type.get();
+    case container_protocol::set: return set_type.get();
+    case container_protocol::iterator: return iterator_type.get();
+    case container_protocol::none: break;
+    }
+    if (bits & traits::map) return map_type.get();
     return plain_type.get();
 }
 

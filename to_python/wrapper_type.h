@@ -11,6 +11,10 @@ namespace tesk::cpython {
 // kept for the process (borrowed). The caller holds the interpreter lock.
 PyTypeObject* base_wrapper_type() noexcept;
 
+// The type of wrappers without container protocol methods, whose every plain
+// attribute name is the host's (borrowed; see `__host__`).
+PyTypeObject* plain_wrapper_type() noexcept;
+
 // The type that wraps values of the given raw class (borrowed; types live for
 // the process): a type of its own for a class that belongs to a module, else
 // one of the shared types chosen by the class's trait bits. The caller holds

@@ -21,6 +21,7 @@ PyTypeObject* ready_or_null(PyTypeObject* type) noexcept;
 // The slot tables, one each per process (Python keeps pointers to them).
 PySequenceMethods* sequence_methods_concat() noexcept;   // +, +=
 PySequenceMethods* sequence_methods_contains() noexcept; // +, +=, in
+PySequenceMethods* sequence_methods_sized() noexcept;    // +, +=, len(), in (sets)
 PySequenceMethods* sequence_methods_full() noexcept;     // the whole sequence protocol
 PyMappingMethods* mapping_methods() noexcept;           // len(), w[k], w[k] = v, del w[k]
 PyNumberMethods* number_methods() noexcept;             // -, /, &, |, ^, ~ and their in-place forms

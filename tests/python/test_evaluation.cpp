@@ -102,13 +102,43 @@ TEST(Evaluation, EachEvaluationStartsFresh) {
     EXPECT_TRUE(evaluate_expression("leftover").isError());
 }
 
-TEST(Evaluation, ScopeValueWithoutPythonFormIsLeftOut) {
-    // A host error has no Python form: converting it raises, and the entry
-    // is skipped rather than failing the whole evaluation.
-    EvaluationScope scope = scope_of(map_of({{"bad", Error("no form")}, {"good", Integer(1)}}));
-    EXPECT_EQ(integer_of(evaluate("return good", scope)), 1);
-    Any missing = evaluate("return bad", scope);
-    EXPECT_NE(error_message(missing).find("'bad' is not defined"), std::string::npos) << error_message(missing);
+TEST(Evaluation, ScopeValueWithoutPythonFormFailsTheEvaluationNamingIt) {
+    // Left out, the name would only surface as a NameError hiding the reason.
+    // A host error, a tuple nested past the depth limit and invalid text have
+    // no Python form, whichever map holds them.
+    Any deep = Tuple({Integer(1)});
+    for (int i = 0; i < 300; ++i) deep = Tuple({deep});
+    char const invalid[] = "\xff\xfe";
+    std::pair<char const*, Any> const cases[] = {
+        {"no form", Error("no form")},
+        {"nested deeper than 200 levels", deep},
+        {"can't decode byte 0xff", String::fromRawDataUnsafe(invalid, 2)},
+    };
+    for (auto const& [reason, bad] : cases) {
+        HashMap map = map_of({{"good", Integer(1)}, {"bad", bad}});
+        for (EvaluationScope const& scope : {scope_of(map), scope_of(Any(), map), scope_of(Any(), Any(), map)}) {
+            std::string const message = error_message(evaluate("return good", scope));
+            EXPECT_NE(message.find("The scope value 'bad' cannot be converted to Python"), std::string::npos) << message;
+            EXPECT_NE(message.find(reason), std::string::npos) << message;
+        }
+        std::string const expression = error_message(evaluate_expression("good", scope_of(map)));
+        EXPECT_NE(expression.find("'bad'"), std::string::npos) << expression;
+        EXPECT_FALSE(python_error_pending());
+    }
+}
+
+TEST(Evaluation, TextThatUtf8CannotEncodeFailsInsteadOfBecomingEmpty) {
+    // A lone surrogate: what os.fsdecode makes of an undecodable file name.
+    std::string const expression = error_message(evaluate_expression("'abc\\udcffdef'"));
+    EXPECT_NE(expression.find("can't encode character '\\udcff' in position 3"), std::string::npos) << expression;
+    Any block = evaluate("import os\nreturn os.fsdecode(b'name\\xff')");
+    EXPECT_NE(error_message(block).find("in position 4"), std::string::npos) << error_message(block);
+    // An out-local keeps its old value rather than receiving the empty text.
+    HashMap out = map_of({{"a", Integer(1)}});
+    Any written = evaluate("a = 'x\\ud800'", scope_of(Any(), Any(), out));
+    EXPECT_NE(error_message(written).find("surrogates not allowed"), std::string::npos) << error_message(written);
+    EXPECT_EQ(integer_of(out.find(String("a"))), 1);
+    EXPECT_FALSE(python_error_pending());
 }
 
 TEST(Evaluation, AScopeNameThatIsNotTextIsRefused) {

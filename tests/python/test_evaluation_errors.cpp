@@ -68,15 +68,35 @@ TEST(EvaluationErrors, ExceptionWhoseStrRaisesStillGivesAnError) {
     EXPECT_EQ(position_of(result).line, 4);
 }
 
-TEST(EvaluationErrors, SystemExitAndKeyboardInterruptDoNotEscape) {
-    for (char const* code : {"raise SystemExit(3)", "import sys\nsys.exit(1)"}) {
-        Any result = evaluate(code);
-        EXPECT_EQ(error_message(result), Error::unknown().message().toUtf8()) << code;
-        EXPECT_GE(position_of(result).line, 1) << code;
+// The host class made for a Python exception type of the module builtins.
+Class_Generic builtin_exception_class(char const* name) {
+    auto builtins = find_module(String("python.builtins"));
+    EXPECT_TRUE(builtins.has_value());
+    for (auto const& [member, cls] : builtins.value().classes())
+        if (member == String(name)) return cls;
+    ADD_FAILURE() << name << " is not in python.builtins";
+    return Error::getClass();
+}
+
+TEST(EvaluationErrors, SystemExitAndKeyboardInterruptAreErrorsThatSayWhatStopped) {
+    struct expected {
+        char const* code;
+        char const* message;
+        char const* type;
+        Any value;
+    };
+    for (expected const& e : {expected{"raise SystemExit(3)", "SystemExit: 3", "SystemExit", Integer(3)},
+                              expected{"import sys\nsys.exit('bye')", "SystemExit: bye", "SystemExit", String("bye")},
+                              expected{"import sys\nsys.exit()", "SystemExit", "SystemExit", Any()},
+                              expected{"raise KeyboardInterrupt()", "KeyboardInterrupt", "KeyboardInterrupt", Any()}}) {
+        Any result = evaluate(e.code);
+        ASSERT_TRUE(result.isError()) << e.code;
+        EXPECT_EQ(error_message(result), e.message) << e.code;
+        EXPECT_TRUE(Type(raw_class_of(result)).conformsTo(builtin_exception_class(e.type))) << e.code;
+        Any value = result.error().value();
+        EXPECT_TRUE(value.isNone() ? e.value.isNone() : compare_objects(value, e.value).value() == 0) << e.code;
     }
-    // Ctrl-C says why the code stopped.
-    EXPECT_EQ(error_message(evaluate("raise KeyboardInterrupt()")), "KeyboardInterrupt");
-    EXPECT_EQ(error_message(evaluate("raise KeyboardInterrupt('twice')")), "KeyboardInterrupt: twice");
+    EXPECT_EQ(error_message(evaluate_expression("exit(4)")), "SystemExit: 4");
     // The process is still here and Python still works.
     EXPECT_EQ(integer_of(evaluate_expression("2 + 2")), 4);
 }
@@ -135,6 +155,26 @@ TEST(HostErrors, DerivedErrorsGetTheirOwnRuntimeErrorType) {
                         "    except RuntimeError as e:\n        types.add(type(e))\nreturn len(types)",
                         scope);
     EXPECT_EQ(integer_of(same), 1);
+}
+
+TEST(HostErrors, EveryDerivedErrorCarriesItsMessageThroughPythonCode) {
+    // What `except Exception as e: log(str(e))` sees, for errors of the
+    // host's own classes, a class made at run time and one derived from it.
+    static Class_Generic const derived = [] {
+        class_builder_base builder("H4TestDerivedFailure");
+        builder.bases({failure_class()});
+        return Class_Generic::unsafe(internal::result_unwrap_lazy(builder.build()));
+    }();
+    for (Class_Generic const& cls : {BadArgument::getClass(), EvaluationError::getClass(), failure_class(), derived}) {
+        std::string const message = "failed in " + cls.qualname().toUtf8() + " \xE2\x82\xAC";
+        EvaluationScope scope = scope_of(map_of({{"fail", failing_callable(Error::ofClass(cls, String(message)))}}));
+        Any logged = evaluate("log = []\ntry:\n    fail()\nexcept Exception as e:\n"
+                              "    log.append(str(e))\n    log.append(e.args)\n    log.append(isinstance(e, RuntimeError))\n"
+                              "return log",
+                              scope);
+        EXPECT_EQ(string_of(call_language("toCode", {logged})),
+                  "['" + message + "', ('" + message + "',), True]") << cls.qualname().toUtf8();
+    }
 }
 
 TEST(HostErrors, UnhandledHostErrorKeepsItsMessageWithAPosition) {

@@ -79,7 +79,9 @@ TEST_F(FromPython, IntegersInTheSignedRangeAndBeyond) {
     expect_error("2**63", "too big");
     expect_error("-2**63 - 1", "too big");
     expect_error("2**64 - 1", "too big");
-    expect_error("complex(1, 2)", "complex");
+    // A complex number cannot become an integer without losing its value:
+    // it stays the Python object.
+    expect_proxy("complex(1, 2)");
     expect_error("BadInt()", "no integer here");
 }
 
@@ -116,16 +118,19 @@ TEST_F(FromPython, WholeFloatsInRangeBecomeIntegers) {
     expect_integer("MyFloat(4)", 4);
 }
 
-TEST_F(FromPython, StringsAreUtf8AndUnencodableTextIsEmpty) {
+TEST_F(FromPython, StringsAreUtf8AndUnencodableTextFails) {
     EXPECT_EQ(text_of(convert("''")), "");
     EXPECT_EQ(text_of(convert("'plain'")), "plain");
     EXPECT_EQ(text_of(convert("'h\\u00e9llo \\u20ac \\U0001d11e'")), "h\xC3\xA9llo \xE2\x82\xAC \xF0\x9D\x84\x9E");
     EXPECT_EQ(text_of(convert("'a\\x00b'")), std::string("a\0b", 3));
     run("class MyStr(str): pass\n");
     EXPECT_EQ(text_of(convert("MyStr('sub')")), "sub");
-    // A lone surrogate has no UTF-8 form: empty text, and the encoding error
-    // is not left behind (convert checks that nothing is pending).
-    EXPECT_EQ(text_of(convert("'a\\ud800b'")), "");
+    // A lone surrogate (what surrogateescape makes of an undecodable file
+    // name) has no UTF-8 form: an error naming the position, never the empty
+    // text, and the encoding error is not left behind (convert checks that
+    // nothing is pending).
+    expect_error("'abc\\udcffdef'", "can't encode character '\\udcff' in position 3");
+    expect_error("MyStr('a\\ud800b')", "position 1");
 }
 
 TEST_F(FromPython, BytesAndBytearraysAreCopied) {
