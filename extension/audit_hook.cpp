@@ -62,6 +62,7 @@ event_set const& strict_blocked_events() {
         // code that runs later, outside the guard, or sees the caller's frames
         // (threading.settrace_all_threads raises sys.settrace once per thread)
         "sys.settrace", "sys.setprofile", "sys.monitoring.register_callback", "sys._getframe",
+        "sys._current_frames", "sys._current_exceptions",
         // hand-made byte code
         "code.__new__",
         // every object of the process, the replaced functions' originals among them
@@ -144,6 +145,9 @@ std::string_view imported_module(PyObject* arguments) noexcept {
 
 bool refused_by_strict_level(std::string_view event, PyObject* arguments) noexcept {
     if (strict_blocked_events().contains(event)) return true;
+    // Every ctypes event (raw memory, addresses, buffers, calls): a ctypes
+    // the host loaded before is reachable without an import.
+    if (event.starts_with("ctypes.")) return true;
     if (event == "mmap.__new__") return maps_file_for_writing(arguments);
     if (event == "import") return strict_blocked_modules().contains(imported_module(arguments));
     return false;

@@ -5,6 +5,7 @@
 #include "python/python_ref.h"
 #include "to_python/to_python.h"
 #include "from_python/errors.h"
+#include "language/host_control_refusal.h"
 #include "language/language.h"
 #include "language/registration.h"
 #include "extension/platform.h"
@@ -53,9 +54,15 @@ sys_path_queue& pending_sys_paths() {
     return *queue;
 }
 
+// The module function: the host's own additions, refused to sandboxed code.
+Result<None> add_sys_path_member(String const& path) {
+    if (auto refused = host_control_refusal()) return *refused;
+    return cpython_add_sys_path(path);
+}
+
 module_function const& add_sys_path_function() {
     static module_function const described{cpython_module_name, "cpython_add_sys_path",
-                                           make_closure(&cpython_add_sys_path), "path",
+                                           make_closure(&add_sys_path_member), "path",
                                            "Adds a path to sys.path once."};
     return described;
 }

@@ -5,6 +5,7 @@
 #include "language/code_cache.h"
 #include "language/evaluation.h"
 #include "language/evaluation_control.h"
+#include "language/host_control_refusal.h"
 #include "language/module_export.h"
 #include "language/module_lookup.h"
 #include "language/python_exit.h"
@@ -23,6 +24,7 @@ String sandbox_level_name(sandbox_level level) {
 }
 
 Result<String> set_sandbox_level_member(String const& level) {
+    if (auto refused = host_control_refusal()) return *refused;
     sandbox_level chosen;
     if (level == "standard") chosen = sandbox_level::standard;
     else if (level == "strict") chosen = sandbox_level::strict;
@@ -32,19 +34,42 @@ Result<String> set_sandbox_level_member(String const& level) {
 
 // The stop controls and the code cache as module functions: the host reaches
 // them through its own dispatch, like the evaluations.
-bool interrupt_member(std::int64_t thread) { return interrupt_evaluation(thread); }
+// Each refuses a call from sandboxed code (language/host_control_refusal.h).
+Result<Boolean> interrupt_member(std::int64_t thread) {
+    if (auto refused = host_control_refusal()) return *refused;
+    return Boolean(interrupt_evaluation(thread));
+}
 std::int64_t evaluation_thread_member() { return evaluation_thread_id(); }
-void set_time_limit_member(double seconds) { set_evaluation_time_limit(seconds); }
-Result<None> handle_signals_member() { return handle_signals(); }
+Result<None> set_time_limit_member(double seconds) {
+    if (auto refused = host_control_refusal()) return *refused;
+    set_evaluation_time_limit(seconds);
+    return None();
+}
+// Signal handlers belong to the process: sandboxed code may not install them.
+Result<None> handle_signals_member() {
+    if (auto refused = host_control_refusal()) return *refused;
+    return handle_signals();
+}
 Result<Any> set_code_cache_size_member(std::int64_t entries) {
+    if (auto refused = host_control_refusal()) return *refused;
     if (entries < 0) return Error(String("A code cache size cannot be negative: {}.").arg(entries));
     set_code_cache_capacity(static_cast<std::size_t>(entries));
     return None();
 }
 
+Result<None> import_all_modules_member() {
+    if (auto refused = host_control_refusal()) return *refused;
+    return import_all_modules();
+}
+Result<Any> finish_member() {
+    if (auto refused = host_control_refusal()) return *refused;
+    return finish_python_work();
+}
+
 // importAllModules with a host callable told (done, total, name) as each
 // top-level module's export begins.
 Result<None> import_all_modules_reporting(Any const& progress) {
+    if (auto refused = host_control_refusal()) return *refused;
     if (!progress.hasValue()) return import_all_modules();
     if (!I_Callable_Generic::test(progress))
         return Error(String("The progress of import_all_modules must be callable: {}.").arg(progress));
@@ -63,9 +88,11 @@ struct cpython_module_members {
     module_function set_sandbox_level{cpython_module_name, "cpython_set_sandbox_level",
                                       make_closure(&set_sandbox_level_member), "level",
                                       "Sets how much sandboxed evaluations refuse: 'standard' or 'strict' "
-                                      "(also threads, tracing, frames, code objects, writable mappings, writes to "
-                                      "inherited descriptors, ending or signalling the process, atexit, and modules "
-                                      "with unaudited routes). Returns the previous level."};
+                                      "(also threads, tracing, frames, code objects, writable mappings, ctypes, changes "
+                                      "through the host's descriptors, ending, signalling or reconfiguring the process, "
+                                      "deferred code, and modules with unaudited routes; what a strict evaluation "
+                                      "changes in the process-wide Python state is undone when it ends). Returns the "
+                                      "previous level."};
     module_function interrupt{cpython_module_name, "interrupt", make_closure(&interrupt_member), "thread",
                               "Ends the evaluation that the host thread runs; false when it runs none."};
     module_function evaluation_thread{cpython_module_name, "evaluation_thread",
@@ -82,7 +109,7 @@ struct cpython_module_members {
     module_function set_code_cache_size{cpython_module_name, "set_code_cache_size",
                                         make_closure(&set_code_cache_size_member), "entries",
                                         "How many distinct compiled codes are kept; 0 for none."};
-    module_function finish{cpython_module_name, "finish", make_closure(&finish_python_work), "",
+    module_function finish{cpython_module_name, "finish", make_closure(&finish_member), "",
                            "Waits for non-daemon Python threads, runs the atexit handlers and flushes the "
                            "standard streams, as Python does before it exits."};
     module_function import_all{cpython_module_name, "import_all_modules", make_closure(&import_all_modules_reporting),
@@ -138,7 +165,6 @@ Any run_expression(String const& code, Union<EvaluationScope, None> const& scope
 Any instance_member() { return language_instance(); }
 Result<Any> resolve_member(String const& name) { return resolve_python_name(name); }
 Result<String> to_code_member(Any const& value) { return python_value_to_code(value); }
-Result<None> import_all_modules_member() { return import_all_modules(); }
 
 void fill_language_class(class_builder_base& builder) {
     Class_Generic const python_language = PythonLanguage::getClass();

@@ -19,14 +19,20 @@ sandbox_guard::sandbox_guard(sandbox_level level) noexcept
     byteCodeOff_.emplace();
     // The functions are replaced before the flag goes up, so that the
     // imports this needs are not sandboxed themselves.
-    if (strict) strict_.emplace();
+    if (strict) {
+        strict_.emplace();
+        restore_.emplace();
+    }
     active_sandbox_level = strict ? sandbox_level::strict : sandbox_level::standard;
     sandbox_active = true;
 }
 
 sandbox_guard::~sandbox_guard() {
-    byteCodeOff_.reset();
+    // Undone while the sandbox is still on: finalisers that the undoing
+    // releases run under it.
+    restore_.reset();
     strict_.reset();
+    byteCodeOff_.reset();
     sandbox_active = savedActive_;
     active_sandbox_level = savedLevel_;
 }

@@ -5,6 +5,7 @@
 #include "python/python_ref.h"
 #include "python/sandbox_state.h"
 #include "python/sandbox_replacements.h"
+#include "python/strict_state_restore.h"
 
 #include <optional>
 
@@ -36,6 +37,7 @@ private:
     sandbox_level savedLevel_;
     std::optional<byte_code_writes_off> byteCodeOff_;
     std::optional<strict_replacements_scope> strict_;
+    std::optional<strict_state_restore> restore_; // after strict_: what that imports is not undone
 };
 
 } // namespace tesk::cpython

@@ -16,9 +16,11 @@ constexpr char const* operation_blocked_message = "operation blocked in sandbox"
 inline thread_local bool sandbox_active = false;
 
 // How much the sandbox refuses. `standard` is the documented set; `strict`
-// adds threads, tracing, frame and code objects, writable mappings, writes
-// to inherited descriptors, ending or signalling the process, atexit
-// handlers and the modules that offer unaudited routes.
+// adds threads, tracing, frame and code objects, writable mappings, ctypes,
+// changes through the host's descriptors, ending, signalling or
+// reconfiguring the process, deferred code and the modules that offer
+// unaudited routes, and undoes what the evaluation changes in the
+// process-wide Python state.
 enum class sandbox_level { standard, strict };
 
 // Process-wide, chosen by the host (tesk.cpython.cpython_set_sandbox_level);
