@@ -1,9 +1,10 @@
-// Ctrl-C: the SIGINT handler writes a byte to a pipe (all that a handler may
+// Ctrl-C. Evaluations get python3's SIGINT handler (Python::handle_signals):
+// KeyboardInterrupt in the code. Work outside evaluations holds the signal
+// itself: the SIGINT handler writes a byte to a pipe (all that a handler may
 // safely do); a watcher thread reads it, outside any handler, and asks the
-// language to stop the evaluation. The signal is caught rather than blocked
-// for sigwait, because a blocked signal stays blocked in every program the
-// code starts (subprocess children would ignore Ctrl-C and
-// _thread.interrupt_main), while a caught one is reset by exec.
+// language to stop. The signal is caught rather than blocked for sigwait,
+// because a blocked signal stays blocked in every program the code starts,
+// while a caught one is reset by exec.
 #include "app/interruption.h"
 
 #include <fcntl.h>
@@ -79,6 +80,7 @@ void on_interrupt(std::function<bool()> stop) {
 }
 
 bool interrupt_requested() { return requested.load(); }
+
 
 int report_interrupted() {
     std::cerr << "interrupted\n";

@@ -29,7 +29,8 @@ tesk::Any code_of(Invocation const& invocation) {
     return tesk::String::fromRawDataUnsafe(invocation.code->data(), invocation.code->size());
 }
 
-// Ctrl-C stops the evaluation that this thread runs from now on.
+// Ctrl-C stops the work that this thread does from now on (the export of
+// every module, which is no evaluation).
 void stop_on_interrupt(Python const& python) {
     auto thread = python.evaluation_thread();
     on_interrupt([python, thread] { return thread && python.interrupt(*thread); });
@@ -58,13 +59,20 @@ Python start_host(std::optional<std::string> const& extensionPath) {
     return Python::start(extensionPath.value_or(default_extension_path()), define_tesk_module);
 }
 
+// A started host made ready to evaluate: Python gets SIGINT as python3 has
+// it (KeyboardInterrupt in the code, blocking calls cut short), and a time
+// limit cuts a blocking call short. The Error when either failed.
+Outcome ready_to_evaluate(Python const& python) {
+    if (!python) return Outcome(python.error());
+    return python.handle_signals();
+}
+
+
 int run(Invocation const& invocation) {
-    hold_interrupt_signal();
     tesk::Any code = code_of(invocation);
     if (code.isError()) return report_error(code.error());
     Python python = start_host(invocation.extension);
-    if (!python) return report_error(python.error());
-    stop_on_interrupt(python);
+    if (Outcome ready = ready_to_evaluate(python); !ready) return report_error(ready.error());
     if (Outcome chosen = python.set_sandbox(sandbox_of(invocation)); !chosen) return report_error(chosen.error());
     if (invocation.timeout) {
         if (Outcome limited = python.set_time_limit(*invocation.timeout); !limited)
@@ -72,31 +80,27 @@ int run(Invocation const& invocation) {
     }
     tesk::EvaluationScope scope = make_scope(invocation);
     tesk::Any result = evaluate(python, invocation, tesk::String::unsafe(code), scope);
-    if (interrupt_requested()) return report_interrupted();
     if (invocation.timeout) (void)python.set_time_limit(0);
     if (result.isError()) return finish(python, report_evaluation_error(result.error()));
     return finish(python, report_result(python, result, scope));
 }
 
 int run(ScriptRun const& script) {
-    hold_interrupt_signal();
     Python python = start_host(script.extension);
-    if (!python) return report_error(python.error());
-    stop_on_interrupt(python);
-    int status = run_script(python, script);
-    if (interrupt_requested()) return report_interrupted();
-    return finish(python, status);
+    if (Outcome ready = ready_to_evaluate(python); !ready) return report_error(ready.error());
+    return finish(python, run_script(python, script));
 }
 
-// The prompt leaves SIGINT to Python (KeyboardInterrupt, as in python3)
-// instead of holding it: Ctrl-C cancels an entry, not the session.
+// Ctrl-C cancels an entry, not the session.
 int run(ReplRun const& repl) {
     Python python = start_host(repl.extension);
-    if (!python) return report_error(python.error());
+    if (Outcome ready = ready_to_evaluate(python); !ready) return report_error(ready.error());
     return finish(python, run_repl(python, repl));
 }
 
 int run(ModuleListing const& listing) {
+    // The export takes any exception of an import as a module that cannot be
+    // imported: Ctrl-C is held by brimora instead of raised in Python.
     hold_interrupt_signal();
     Python python = start_host(listing.extension);
     if (!python) return report_error(python.error());

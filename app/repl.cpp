@@ -10,12 +10,10 @@ namespace brimora {
 namespace {
 
 // Makes the session: an object with read() and run(entry), kept in Python
-// between evaluations. Runs once, outside the sandbox. It gives SIGINT to
-// Python (KeyboardInterrupt, as in python3) for the rest of the process:
-// a blocking call (time.sleep, the terminal read) ends at once.
-constexpr std::string_view session_body = R"(import code, functools, linecache, os, signal
-
-signal.signal(signal.SIGINT, signal.default_int_handler)
+// between evaluations. Runs once, outside the sandbox. SIGINT is Python's
+// (Python::handle_signals): Ctrl-C raises KeyboardInterrupt, and a blocking
+// call (time.sleep, the terminal read) ends at once.
+constexpr std::string_view session_body = R"(import code, functools, linecache, os
 
 class Session:
     def __init__(self, history_file):

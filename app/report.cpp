@@ -1,5 +1,7 @@
 #include "app/report.h"
 
+#include "app/interruption.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -44,10 +46,7 @@ int exit_status_of(tesk::Any const& code) {
 
 int report_evaluation_error(tesk::Error const& error) {
     if (is_python_exception(error, "SystemExit")) return exit_status_of(error.value());
-    if (is_python_exception(error, "KeyboardInterrupt")) {
-        report_error(error);
-        return 130; // as a shell reports a process that SIGINT ended
-    }
+    if (is_python_exception(error, "KeyboardInterrupt")) return report_interrupted(); // Ctrl-C
     return report_error(error);
 }
 

@@ -14,8 +14,8 @@ int report_error(tesk::Error const& error);
 // The exit status of a failed evaluation, as python3 -c gives it: an
 // uncaught SystemExit exits with its code (none: 0; a number: that number;
 // anything else is printed on standard error and gives 1) and an uncaught
-// KeyboardInterrupt with 130 after "error: KeyboardInterrupt"; any other
-// error is reported by report_error.
+// KeyboardInterrupt (Ctrl-C) with 130 after "interrupted"; any other error
+// is reported by report_error.
 int report_evaluation_error(tesk::Error const& error);
 
 // Prints the result as Python source on standard output, then one line

@@ -45,7 +45,7 @@ except BaseException as error:
     # The traceback printer reads the exception's own traceback.
     error.__traceback__ = error.__traceback__.tb_next
     sys.excepthook(type(error), error, error.__traceback__)
-    return 1
+    return 130 if isinstance(error, KeyboardInterrupt) else 1
 finally:
     for stream in (sys.stdout, sys.stderr):
         try:

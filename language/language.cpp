@@ -10,6 +10,7 @@
 #include "language/module_lookup.h"
 #include "language/python_exit.h"
 #include "language/registration.h"
+#include "language/signal_handling.h"
 #include "python/sandbox_guard.h"
 #include "python/interpreter_start.h"
 
@@ -43,6 +44,11 @@ Result<None> set_time_limit_member(double seconds) {
     if (auto refused = host_control_refusal()) return *refused;
     set_evaluation_time_limit(seconds);
     return None();
+}
+// Signal handlers belong to the process: sandboxed code may not install them.
+Result<None> handle_signals_member() {
+    if (auto refused = host_control_refusal()) return *refused;
+    return handle_signals();
 }
 Result<Any> set_code_cache_size_member(std::int64_t entries) {
     if (auto refused = host_control_refusal()) return *refused;
@@ -95,6 +101,11 @@ struct cpython_module_members {
     module_function set_time_limit{cpython_module_name, "set_time_limit", make_closure(&set_time_limit_member),
                                    "seconds",
                                    "Limits the evaluations that the calling thread starts; 0 for no limit."};
+    module_function handle_signals{cpython_module_name, "handle_signals", make_closure(&handle_signals_member), "",
+                                   "Hands SIGINT to Python as python3 does (KeyboardInterrupt in the code of the main "
+                                   "thread, blocking calls there cut short) and lets a stop (interrupt, time limit) "
+                                   "cut a blocking call of the main thread short. Call it on the thread that started "
+                                   "the interpreter; the library installs no signal handler otherwise."};
     module_function set_code_cache_size{cpython_module_name, "set_code_cache_size",
                                         make_closure(&set_code_cache_size_member), "entries",
                                         "How many distinct compiled codes are kept; 0 for none."};
@@ -239,6 +250,7 @@ void register_evaluation_controls() {
     members().interrupt.register_now();
     members().evaluation_thread.register_now();
     members().set_time_limit.register_now();
+    members().handle_signals.register_now();
     members().set_code_cache_size.register_now();
     members().finish.register_now();
     members().import_all.register_now();

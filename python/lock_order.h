@@ -98,12 +98,17 @@
 // - Running evaluations (language/evaluation_control.cpp, running_registry;
 //   a spinlock): each host thread's innermost evaluation, for interrupt and
 //   time limits. Taken with or without the interpreter lock; records are
-//   shared pointers copied out under it.
-// - Time-limit watchdog (the record's std::mutex and condition variable):
-//   whether one evaluation has finished. The watchdog waits on it without the
-//   interpreter lock; to stop the evaluation it takes the interpreter lock
-//   first and then the mutex, as the evaluating thread does when it finishes
-//   (and then gives the interpreter lock up to join the watchdog).
+//   shared pointers copied out under it. A stop is raised in the evaluating
+//   thread's state while it is held (atomic stores and a pthread_kill only),
+//   which keeps that thread state alive: it is unregistered under the same
+//   lock before it can go.
+// - Stop watcher (language/stop_watcher.cpp; a std::mutex): the evaluations
+//   whose time limit is watched or whose stop is raised again. Taken by the
+//   evaluating thread (with the interpreter lock) when an evaluation starts
+//   and ends, by interrupt callers (without it), and by the watcher thread,
+//   which holds it while it takes the running evaluations' spinlock and never
+//   waits for the interpreter lock: neither a stop nor interrupt() waits for
+//   Python.
 //
 // STATE GUARDED BY THE INTERPRETER LOCK ALONE
 //

@@ -84,6 +84,8 @@ bool Python::interrupt(std::int64_t thread) const {
     return call("interrupt", {tesk::Integer(thread)}).get<bool>().value_or(false);
 }
 
+Outcome Python::handle_signals() const { return call("handle_signals", {}); }
+
 Outcome Python::finish() const { return call("finish", {}); }
 
 tesk::String Python::to_code(tesk::Any const& value) const {

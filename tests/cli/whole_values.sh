@@ -52,10 +52,11 @@ expect_stdout_empty
 run eval 'raise SystemExit(True)'
 expect_status 1
 
-# An uncaught KeyboardInterrupt: 130, as python3 -c exits.
+# An uncaught KeyboardInterrupt: 130, as python3 -c exits, with what
+# brimora says after Ctrl-C.
 run eval 'raise KeyboardInterrupt'
 expect_status 130
-expect_stderr_lines "error: KeyboardInterrupt"
+expect_stderr_lines "interrupted"
 
 # Caught inside the code, neither ends anything.
 run eval $'try:\n    raise SystemExit(4)\nexcept SystemExit as e:\n    return e.code'

@@ -105,6 +105,25 @@ TEST(Embed, InterruptStopsAnotherThreadsEvaluation) {
     EXPECT_FALSE(python().interrupt(thread)); // it runs nothing now
 }
 
+// Signals go to Python only when the host asks, on the thread that started
+// the interpreter; then a stop cuts a blocking call of that thread short.
+TEST(Embed, SignalsAreHandedToPythonOnRequest) {
+    char const* const handled = "import signal\n"
+                                "return (signal.getsignal(signal.SIGINT) is signal.default_int_handler,\n"
+                                "        signal.getsignal(signal.SIGRTMAX - 2) != signal.SIG_DFL)";
+    EXPECT_EQ(python().to_code(python().evaluate(handled).value()).toUtf8(), "(True, False)");
+    brimora::Outcome elsewhere{tesk::None()};
+    std::thread([&] { elsewhere = python().handle_signals(); }).join();
+    EXPECT_FALSE(elsewhere);
+    ASSERT_TRUE(python().handle_signals()) << python().handle_signals().message();
+    EXPECT_EQ(python().to_code(python().evaluate(handled).value()).toUtf8(), "(True, True)");
+
+    ASSERT_TRUE(python().set_time_limit(0.2));
+    brimora::Outcome slept = python().evaluate("import time\ntime.sleep(60)\nreturn 'slept'");
+    ASSERT_TRUE(python().set_time_limit(0));
+    EXPECT_EQ(slept.message(), "time limit of 0.2 s exceeded");
+}
+
 TEST(Embed, CallsFunctionsOfTheLanguageModule) {
     EXPECT_TRUE(python().call("set_code_cache_size", {tesk::Integer(16)}));
     brimora::Outcome missing = python().call("no_such_function", {});

@@ -224,6 +224,7 @@ attempt const corpus[] = {
     {"tesk.cpython.interrupt", "import tesk\ntesk.cpython.interrupt(tesk.cpython.evaluation_thread())", B, B},
     {"tesk.cpython.cpython_add_sys_path", "import tesk\ntesk.cpython.cpython_add_sys_path(d)", B, B},
     {"tesk.cpython.finish", "import tesk\ntesk.cpython.finish()", B, B},
+    {"tesk.cpython.handle_signals", "import tesk\ntesk.cpython.handle_signals()", B, B},
     {"tesk.cpython.import_all_modules", "import tesk\ntesk.cpython.import_all_modules()", B, B},
     {"CPythonLanguage.importAllModules", "import tesk\ntesk.cpython.CPythonLanguage.importAllModules()", B, B},
     {"tesk.cpython.evaluation_thread (control)", "import tesk\ntesk.cpython.evaluation_thread()", A, A},

@@ -62,14 +62,29 @@ public:
 
     // Limits the evaluations that the calling thread starts from now on to
     // `seconds`; 0 for none. Past it an evaluation ends with the Error
-    // "time limit of N s exceeded".
+    // "time limit of N s exceeded", stopped as interrupt() stops it.
     Outcome set_time_limit(double seconds) const;
     // The number that names the calling thread for interrupt.
     std::optional<std::int64_t> evaluation_thread() const;
     // Ends the evaluation that thread runs with the Error "evaluation
-    // interrupted", at Python's next check (a blocking call finishes
-    // first). Any thread may call it; false when that thread runs none.
+    // interrupted", at Python's next check; raised again until the
+    // evaluation has ended, whatever the code catches. A blocking call is
+    // cut short on the thread that started the interpreter once
+    // handle_signals() was called, elsewhere it finishes first; a long call
+    // inside C code finishes first. Any thread may call it, and it returns
+    // at once (it takes no lock the code can hold); false when that thread
+    // runs none.
     bool interrupt(std::int64_t thread) const;
+    // Hands signals to Python, as python3 has them; the library installs no
+    // signal handler until the host calls this. SIGINT gets python3's
+    // handler: Ctrl-C raises KeyboardInterrupt in the code that runs on the
+    // thread that started the interpreter (the code may catch it), and cuts
+    // a blocking call there (sleep, input(), a lock, a read) short. A stop
+    // (interrupt, time limit) of an evaluation on that thread then also cuts
+    // its blocking call short, through a signal of its own (SIGRTMAX - 2).
+    // Call it on the thread that started the interpreter (the one that ran
+    // start()); an Error elsewhere. Calling it again changes nothing.
+    Outcome handle_signals() const;
     // What python3 does before it exits: waits for non-daemon Python
     // threads, runs the atexit handlers, flushes sys.stdout and sys.stderr.
     Outcome finish() const;
