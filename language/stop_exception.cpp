@@ -42,9 +42,9 @@ PyObject* make_type() {
     static PyType_Slot slots[] = {{Py_tp_init, reinterpret_cast<void*>(&stop_init)},
                                   {Py_tp_doc, const_cast<char*>("The evaluation was stopped by its host.")},
                                   {0, nullptr}};
-    static PyType_Spec spec = {"tesk.EvaluationInterrupted", static_cast<int>(sizeof(PyBaseExceptionObject)), 0,
+    static PyType_Spec description = {"tesk.EvaluationInterrupted", static_cast<int>(sizeof(PyBaseExceptionObject)), 0,
                                Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE, slots};
-    PyObject* type = PyType_FromSpecWithBases(&spec, PyExc_BaseException);
+    PyObject* type = PyType_FromSpecWithBases(&description, PyExc_BaseException);
     if (type == nullptr) {
         PyErr_Clear();
         return nullptr;

@@ -254,9 +254,11 @@ std::optional<long> descriptor_value(PyObject* argument) {
     return fd;
 }
 
-bool is_under_search_path(PyObject* spec) {
+// Whether the extension that the import system `found` (its `origin` is the
+// file) lies under the host's search path.
+bool is_under_search_path(PyObject* found) {
     if (!host) return false;
-    PyObjectPtr origin = PyObjectPtr::steal(spec ? PyObject_GetAttrString(spec, "origin") : nullptr);
+    PyObjectPtr origin = PyObjectPtr::steal(found ? PyObject_GetAttrString(found, "origin") : nullptr);
     char const* text = origin && PyUnicode_Check(origin.get()) ? PyUnicode_AsUTF8(origin.get()) : nullptr;
     PyErr_Clear();
     if (text == nullptr) return false;
