@@ -297,8 +297,10 @@ char const* descriptor_name(void* closure) {
 PyObject* wrapper_getattro(PyObject* self, PyObject* name) noexcept {
     return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
         Any const& value = *held_value(self);
+        PyTypeObject* type = Py_TYPE(self);
+        bool const mapping = PyType_HasFeature(type, Py_TPFLAGS_MAPPING);
         // A mapping type answers some names from Python first (below).
-        if (!PyType_HasFeature(Py_TYPE(self), Py_TPFLAGS_MAPPING)) {
+        if (!mapping) {
             if (auto cached = cached_attribute(value, name)) return *cached;
         }
         auto text = attribute_name(name);
@@ -307,9 +309,7 @@ PyObject* wrapper_getattro(PyObject* self, PyObject* name) noexcept {
             // The methods of Python's mapping protocol (dict(m), m.items())
             // are Python's on a host map; its own keys, values and get stay
             // reachable through m.__host__.
-            PyTypeObject* type = Py_TYPE(self);
-            if (PyType_HasFeature(type, Py_TPFLAGS_MAPPING) && is_mapping_protocol_name(text->asChars()))
-                return PyObject_GenericGetAttr(self, name);
+            if (mapping && is_mapping_protocol_name(text->asChars())) return PyObject_GenericGetAttr(self, name);
             PyObject* found = plain_attribute(value, *text);
             // A name the host lacks may be a protocol method the type took
             // from collections.abc (xs.index, m.setdefault, s.isdisjoint).

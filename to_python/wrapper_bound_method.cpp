@@ -6,16 +6,15 @@
 
 #include "python/python_once.h"
 #include "python/slot_guard.h"
+#include "to_python/host_call_arguments.h"
 #include "to_python/python_to_host.h"
 #include "to_python/slot_result.h"
 #include "to_python/wrapper.h"
 
-#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <new>
 #include <utility>
-#include <vector>
 
 namespace tesk::cpython {
 
@@ -59,9 +58,6 @@ PyTeskBoundMethod* allocate_record() {
     return static_cast<PyTeskBoundMethod*>(std::malloc(sizeof(PyTeskBoundMethod)));
 }
 
-// Arguments up to this many stay on the stack, with the receiver.
-constexpr Py_ssize_t inline_arguments = 8;
-
 // Called through tp_call, not vectorcall: CPython's vectorcall refuses a
 // keyword dictionary with keys that are no strings before the callee runs,
 // where the host drops them.
@@ -73,24 +69,8 @@ PyObject* bound_method_call(PyObject* object, PyObject* args, PyObject* kwargs) 
             return wrapper ? PyObject_Call(wrapper.get(), args, kwargs) : nullptr;
         }
         PyTeskBoundMethod* r = record_of(object);
-        Py_ssize_t n = PyTuple_GET_SIZE(args);
-        // False, with the exception raised, when an argument has no host form:
-        // then the host method is not called.
-        auto convert_into = [&](Any* out) {
-            out[0] = r->self;
-            for (Py_ssize_t i = 0; i < n; ++i)
-                if (!python_to_host_value(PyTuple_GET_ITEM(args, i), out[i + 1])) return false;
-            return true;
-        };
-        auto count = static_cast<std::size_t>(n + 1);
-        if (n < inline_arguments) {
-            std::array<Any, inline_arguments> all;
-            if (!convert_into(all.data())) return nullptr;
-            return slot_result(r->method.invoke({all.data(), count}));
-        }
-        std::vector<Any> all(count);
-        if (!convert_into(all.data())) return nullptr;
-        return slot_result(r->method.invoke(all));
+        return call_with_python_arguments([&](std::span<Any const> all) { return r->method.invoke(all); }, args,
+                                          &r->self);
     });
 }
 

@@ -1,14 +1,13 @@
 // Calling a wrapper object calls the host callable it holds.
 #include "python/slot_guard.h"
+#include "to_python/host_call_arguments.h"
 #include "to_python/python_to_host.h"
 #include "to_python/slot_result.h"
 #include "to_python/to_python.h"
 #include "to_python/wrapper_record.h"
 #include "to_python/wrapper_slots.h"
 
-#include <array>
 #include <optional>
-#include <vector>
 
 namespace tesk::cpython {
 
@@ -31,33 +30,13 @@ std::optional<HashMap> named_arguments(PyObject* kwargs) {
     return named;
 }
 
-// Positional calls of up to this many arguments keep them on the stack.
-constexpr Py_ssize_t inline_arguments = 8;
-
-// Calls `call` with the converted positional arguments: its result for
-// Python, or null with the exception raised when an argument has no host
-// form (then the host is not called).
-template <class Call> PyObject* call_positional(Call const& call, PyObject* args) {
-    Py_ssize_t n = args ? PyTuple_GET_SIZE(args) : 0;
-    if (n <= inline_arguments) {
-        std::array<Any, inline_arguments> converted;
-        for (Py_ssize_t i = 0; i < n; ++i)
-            if (!python_to_host_value(PyTuple_GET_ITEM(args, i), converted[i])) return nullptr;
-        return slot_result(call(std::span<Any const>(converted.data(), static_cast<std::size_t>(n))));
-    }
-    std::vector<Any> converted(static_cast<std::size_t>(n));
-    for (Py_ssize_t i = 0; i < n; ++i)
-        if (!python_to_host_value(PyTuple_GET_ITEM(args, i), converted[static_cast<std::size_t>(i)])) return nullptr;
-    return slot_result(call(std::span<Any const>(converted)));
-}
-
 bool has_keywords(PyObject* kwargs) { return kwargs && PyDict_GET_SIZE(kwargs) > 0; }
 
 // Calling a class constructs an instance, from positional arguments.
 PyObject* construct(Class_Generic const& cls, PyObject* args, PyObject* kwargs) {
     if (has_keywords(kwargs))
         return raise_text(PyExc_TypeError, String("{} takes no keyword arguments.").arg(cls.qualname()));
-    return call_positional([&](std::span<Any const> a) { return cls(a); }, args);
+    return call_with_python_arguments([&](std::span<Any const> a) { return cls(a); }, args);
 }
 
 } // namespace
@@ -80,7 +59,7 @@ PyObject* wrapper_call(PyObject* self, PyObject* args, PyObject* kwargs) noexcep
             if (!named) return nullptr;
             if (named->size() != 0) return slot_result(callable.callWithNamed(*named));
         }
-        return call_positional([&](std::span<Any const> a) { return callable.invoke(a); }, args);
+        return call_with_python_arguments([&](std::span<Any const> a) { return callable.invoke(a); }, args);
     });
 }
 
