@@ -26,6 +26,9 @@ def read(o, n):
 def iterate(xs, n):
     for _ in range(n):
         for v in xs: pass
+def count(n):
+    for _ in range(n):
+        for v in range(1000): pass
 def index(xs, n):
     for _ in range(n):
         for i in range(1000): xs[i]
@@ -138,6 +141,9 @@ void property_read_pybind11(benchmark::State& s) { run_loop(s, "read", objects()
 void property_read_python(benchmark::State& s) { run_loop(s, "read", objects().plain.get()); }
 void iterate_1000_ours(benchmark::State& s) { run_loop(s, "iterate", objects().host_list.get()); }
 void iterate_1000_python_list(benchmark::State& s) { run_loop(s, "iterate", objects().python_list.get()); }
+// The floor of any loop that makes its integers: `range` hands out a new int
+// above 256 for every item, as converting a host integer does.
+void iterate_1000_python_range(benchmark::State& s) { run_loop(s, "count"); }
 void index_1000_ours(benchmark::State& s) { run_loop(s, "index", objects().host_list.get()); }
 void index_1000_python_list(benchmark::State& s) { run_loop(s, "index", objects().python_list.get()); }
 void add_operator_ours(benchmark::State& s) { run_loop(s, "plus", objects().host.get(), objects().host_other.get()); }
@@ -154,6 +160,7 @@ BENCHMARK(property_read_pybind11);
 BENCHMARK(property_read_python);
 BENCHMARK(iterate_1000_ours);
 BENCHMARK(iterate_1000_python_list);
+BENCHMARK(iterate_1000_python_range);
 BENCHMARK(index_1000_ours);
 BENCHMARK(index_1000_python_list);
 BENCHMARK(add_operator_ours);

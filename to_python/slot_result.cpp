@@ -22,6 +22,11 @@ PyObject* slot_result(Any const& result) {
     return converted_or_raised(result);
 }
 
+PyObject* slot_result(ItemRead const& item) {
+    if (item.isInteger) return PyLong_FromLongLong(item.integer);
+    return slot_result(item.value);
+}
+
 int slot_status(Any const& result) {
     Any value = internal::result_unwrap_lazy(result);
     if (!value.isError()) return 0;

@@ -16,6 +16,10 @@ namespace tesk::cpython {
 // null without an exception). The caller holds the interpreter lock.
 PyObject* slot_result(Any const& result);
 
+// The same for an item read out of a host container: an integer read in
+// place becomes a Python int directly (what converting it as a value gives).
+PyObject* slot_result(ItemRead const& item);
+
 // The status of a slot that returns an int: 0, or -1 with the Error of a
 // (resolved) failed result raised.
 int slot_status(Any const& result);

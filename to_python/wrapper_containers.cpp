@@ -62,9 +62,25 @@ PyObject* slice_of(I_Sequence_Generic const& sequence, PyObject* slice) {
     return to_python(items);
 }
 
+// Whether xs[i] is a host List or Tuple indexed by an int inside it, read
+// under one lock with no host value made for the index; `result` is then
+// the item (null with the conversion's exception). Any other container, key
+// or index takes the general path.
+bool builtin_item(Any const& held, PyObject* key, PyObject*& result) {
+    // Exactly int: a bool or an int subclass converts as the general path says.
+    if (!PyLong_CheckExact(key)) return false;
+    int overflow = 0;
+    long long const index = PyLong_AsLongLongAndOverflow(key, &overflow);
+    ItemRead item;
+    if (overflow || !I_Sequence_Generic::readBuiltin(held, index, item)) return false;
+    result = slot_result(item);
+    return true;
+}
+
 PyObject* subscript(PyObject* self, PyObject* key) {
     Any const* held = is_wrapper(self);
     if (!held) return raise_key_error(python_to_host(key));
+    if (PyObject* item = nullptr; builtin_item(*held, key, item)) return item;
     Any value = internal::unwrap(*held);
     if (value.isError()) return slot_result(value);
     if (I_Map_Generic::test(value)) {
@@ -133,9 +149,10 @@ PyObject* tesk_sequence_item(PyObject* self, Py_ssize_t index) noexcept {
     return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
         Any const* held = is_wrapper(self);
         if (!held) return raise_text(PyExc_TypeError, String(not_a_sequence));
+        auto const at = static_cast<std::int64_t>(index);
+        if (ItemRead item; I_Sequence_Generic::readBuiltin(*held, at, item)) return slot_result(item);
         Any value = internal::unwrap(*held);
         if (value.isError()) return slot_result(value);
-        auto const at = static_cast<std::int64_t>(index);
         return item_result(value, at, call_named(value, I_Sequence_Generic::$at, {Integer(at)}));
     });
 }

@@ -23,15 +23,15 @@ PyObject* wrapper_iter(PyObject* self) noexcept {
 
 PyObject* wrapper_iternext(PyObject* self) noexcept {
     return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
-        Any const& value = *held_value(self);
-        // Null without an exception ends the iteration.
-        if (!I_Iterator_Generic::test(value)) return nullptr;
-        // advance() makes no StopIteration error at the end of a host list.
-        Any item;
-        if (!I_Iterator_Generic::unsafe(value).advance(item)) return nullptr;
-        if (item.isComputed()) item = internal::result_unwrap_lazy(item);
-        if (item.isError() && StopIteration::test(item)) return nullptr;
-        return slot_result(item);
+        // Null without an exception ends the iteration: at the end (a host
+        // list's iterator makes no StopIteration error there), and at once
+        // for a value that is no iterator.
+        ItemRead item;
+        if (!I_Iterator_Generic::advance(*held_value(self), item)) return nullptr;
+        if (item.isInteger) return slot_result(item);
+        if (item.value.isComputed()) item.value = internal::result_unwrap_lazy(item.value);
+        if (item.value.isError() && StopIteration::test(item.value)) return nullptr;
+        return slot_result(item.value);
     });
 }
 

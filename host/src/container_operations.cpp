@@ -242,34 +242,62 @@ bool is_native_iterator(Any const& v) noexcept {
 }
 
 namespace {
-// The item at `at` of a List or Tuple into `item`; false past the end. One
-// lock for a List, none for a Tuple, and no Error made at the end.
-bool sequence_item_at(Any const& seq, std::size_t at, Any& item) {
-    if (Tuple::test(seq)) {
-        Tuple t = Tuple::unsafe(seq);
-        if (at >= t.size()) return false;
-        item = t[at];
+
+// Stores `stored` into `item` as ItemRead asks: an integer that fits 64
+// signed bits as its value, touching no count. Called under the owner's lock
+// with an empty `item`, so that nothing is released there.
+void read_in_place(Any const& stored, ItemRead& item) noexcept {
+    if (stored.kind() == Kind::Integer) {
+        auto const& integer = static_cast<object_value_integer const&>(*stored.get());
+        if (!integer.is_unsigned || integer.bits <= static_cast<std::uint64_t>(INT64_MAX)) {
+            item.integer = static_cast<std::int64_t>(integer.bits);
+            item.isInteger = true;
+            return;
+        }
+    }
+    item.value = stored;
+}
+
+void clear(ItemRead& item) noexcept {
+    item.value.reset();
+    item.isInteger = false;
+}
+
+// Hands the next item of a native iterator to `take` (with the source
+// list's lock held for a List); false at the end. An iterator over a List
+// moves under that list's lock, which orders its advances: a plain load and
+// store of the position, no atomic increment.
+template <class Take> bool advance_native(Any const& iterator, Take&& take) {
+    auto& it = record_of<object_value_iterator>(iterator);
+    if (List::test(it.source)) {
+        auto& list = record_of<list_record>(it.source);
+        std::lock_guard guard(list.lock());
+        std::size_t const at = it.position.load(std::memory_order_relaxed);
+        if (at >= list.items.size()) return false; // stays at the end: later appends are seen
+        take(list.items[at]);
+        it.position.store(at + 1, std::memory_order_relaxed);
         return true;
     }
-    auto& list = record_of<list_record>(seq);
-    std::lock_guard guard(list.lock());
-    if (at >= list.items.size()) return false;
-    item = list.items[at];
-    return true;
-}
-} // namespace
-
-bool iterator_advance(Any const& iterator, Any& item) {
-    auto& it = record_of<object_value_iterator>(iterator);
-    std::size_t at = it.position.fetch_add(1, std::memory_order_relaxed);
-    if (it.source.hasValue()) {
-        if (sequence_item_at(it.source, at, item)) return true;
+    std::size_t const at = it.position.fetch_add(1, std::memory_order_relaxed);
+    if (Tuple::test(it.source)) {
+        auto const& tuple = record_of<tuple_record>(it.source).items;
+        if (at < tuple.size()) {
+            take(tuple[at]);
+            return true;
+        }
     } else if (at < it.snapshot.size()) {
-        item = it.snapshot[at];
+        take(it.snapshot[at]);
         return true;
     }
     it.position.store(at, std::memory_order_relaxed); // stays at the end
     return false;
+}
+
+} // namespace
+
+bool iterator_advance(Any const& iterator, Any& item) {
+    item.reset(); // released here, not under the list's lock
+    return advance_native(iterator, [&](Any const& stored) { item = stored; });
 }
 
 Any iterator_next(Any const& iterator) {
@@ -278,6 +306,40 @@ Any iterator_next(Any const& iterator) {
     if (iterator_advance(iterator, item)) return item;
     return StopIteration();
 }
+
+} // namespace tesk::internal
+
+namespace tesk {
+
+bool I_Iterator_Generic::advance(Any const& iterator, ItemRead& item) {
+    internal::clear(item);
+    if (internal::is_native_iterator(iterator))
+        return internal::advance_native(iterator, [&](Any const& stored) { internal::read_in_place(stored, item); });
+    if (!test(iterator)) return false;
+    return unsafe(iterator).advance(item.value);
+}
+
+bool I_Sequence_Generic::readBuiltin(Any const& sequence, std::int64_t index, ItemRead& item) {
+    internal::clear(item);
+    if (index < 0) return false;
+    auto const at = static_cast<std::uint64_t>(index);
+    if (Tuple::test(sequence)) {
+        auto const& tuple = internal::record_of<internal::tuple_record>(sequence).items;
+        if (at >= tuple.size()) return false;
+        internal::read_in_place(tuple[at], item);
+        return true;
+    }
+    if (!List::test(sequence)) return false;
+    auto& list = internal::record_of<internal::list_record>(sequence);
+    std::lock_guard guard(list.lock());
+    if (at >= list.items.size()) return false;
+    internal::read_in_place(list.items[at], item);
+    return true;
+}
+
+} // namespace tesk
+
+namespace tesk::internal {
 
 Any for_each_item(Any const& iterable, std::function<Any(Any const&)> const& visit) {
     if (is_native_sequence(iterable)) {

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include "host_test_support.h"
 
+#include <algorithm>
+#include <limits>
 #include <thread>
 #include <vector>
 
@@ -52,6 +54,86 @@ TEST(ListContainer, ConcurrentAppendsAreAllKept) {
     HashSet distinct;
     for (Any const& v : list.copyItems()) ASSERT_FALSE(distinct.insert(v).isError());
     EXPECT_EQ(distinct.size(), 4000u);
+}
+
+// What a read for conversion gives: the integer's value, or the item itself.
+std::string read_text(ItemRead const& item) {
+    return item.isInteger ? "int " + std::to_string(item.integer) : display(item.value).toUtf8();
+}
+
+TEST(ItemReads, BuiltinSequencesReadIntegersInPlaceAndRefuseWhatAtAnswers) {
+    Any const big = Integer::fromUnsigned(std::numeric_limits<std::uint64_t>::max());
+    Any const text = String("two");
+    List list{Integer(-7), text, Integer(123456789), big};
+    Tuple tuple{Integer(5000), text};
+    ItemRead item;
+    std::vector<std::string> read;
+    for (std::int64_t i = 0; I_Sequence_Generic::readBuiltin(list, i, item); ++i) read.push_back(read_text(item));
+    for (std::int64_t i = 0; I_Sequence_Generic::readBuiltin(tuple, i, item); ++i) read.push_back(read_text(item));
+    EXPECT_EQ(read, (std::vector<std::string>{"int -7", "two", "int 123456789", "18446744073709551615", "int 5000", "two"}));
+    // An integer beyond the signed range is handed over as the item itself.
+    ASSERT_TRUE(I_Sequence_Generic::readBuiltin(list, 3, item));
+    EXPECT_TRUE(!item.isInteger && item.value.isSame(big));
+    // A handle left from an earlier read is dropped, not kept.
+    ASSERT_TRUE(I_Sequence_Generic::readBuiltin(list, 0, item));
+    EXPECT_TRUE(item.isInteger && !item.value.hasValue());
+    // Negative and out-of-range indices, and values that are no built-in
+    // sequence, are left to at() and its error.
+    for (std::int64_t index : {std::int64_t{-1}, std::int64_t{4}, INT64_MIN, INT64_MAX})
+        EXPECT_FALSE(I_Sequence_Generic::readBuiltin(list, index, item)) << index;
+    EXPECT_FALSE(I_Sequence_Generic::readBuiltin(tuple, 2, item));
+    HashMap map;
+    (void)map.set(Integer(0), text);
+    EXPECT_FALSE(I_Sequence_Generic::readBuiltin(map, 0, item));
+    EXPECT_FALSE(I_Sequence_Generic::readBuiltin(Integer(0), 0, item));
+    EXPECT_EQ(display(list), "[-7, two, 123456789, 18446744073709551615]");
+}
+
+TEST(ItemReads, AdvancingAListIteratorWalksTheListLive) {
+    List list{Integer(1), String("a")};
+    Any const it = list.iter();
+    ItemRead item;
+    ASSERT_TRUE(I_Iterator_Generic::advance(it, item));
+    EXPECT_EQ(read_text(item), "int 1");
+    // Changed ahead of the iterator: the change is seen.
+    list.set(1, Integer(2000));
+    // Both ways of advancing share one position.
+    Any plain;
+    ASSERT_TRUE(I_Iterator_Generic::unsafe(it).advance(plain));
+    EXPECT_EQ(display(plain), "2000");
+    EXPECT_FALSE(I_Iterator_Generic::advance(it, item));
+    EXPECT_FALSE(I_Iterator_Generic::advance(it, item)); // stays at the end
+    list.append(String("late"));
+    ASSERT_TRUE(I_Iterator_Generic::advance(it, item));
+    EXPECT_EQ(read_text(item), "late");
+    // Iterators over a tuple and a map; a value that is no iterator has no item.
+    std::vector<std::string> read;
+    for (Any const t = Tuple{Integer(3), String("b")}.iter(); I_Iterator_Generic::advance(t, item);)
+        read.push_back(read_text(item));
+    HashMap map;
+    (void)map.set(String("k"), Integer(1));
+    for (Any const m = map.iter(); I_Iterator_Generic::advance(m, item);) read.push_back(read_text(item));
+    EXPECT_EQ(read, (std::vector<std::string>{"int 3", "b", "k"}));
+    EXPECT_FALSE(I_Iterator_Generic::advance(list, item));
+    EXPECT_FALSE(I_Iterator_Generic::advance(Any(), item));
+}
+
+TEST(ItemReads, ThreadsSharingAListIteratorGetEachItemOnce) {
+    constexpr int count = 20000;
+    List list;
+    for (int i = 0; i < count; ++i) list.append(Integer(i));
+    Any const it = list.iter();
+    std::vector<std::vector<std::int64_t>> taken(4);
+    std::vector<std::thread> threads;
+    for (auto& mine : taken)
+        threads.emplace_back([&it, &mine] {
+            for (ItemRead item; I_Iterator_Generic::advance(it, item);) mine.push_back(item.integer);
+        });
+    for (auto& t : threads) t.join();
+    std::vector<int> seen(count, 0);
+    for (auto const& mine : taken)
+        for (std::int64_t v : mine) ++seen[static_cast<std::size_t>(v)];
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), count);
 }
 
 TEST(TupleContainer, FixedItems) {

@@ -6,6 +6,8 @@
 #include "to_python/wrapper.h"
 #include "to_python/wrapper_protocol_slots.h"
 
+#include <limits>
+
 namespace tesk::cpython::testing {
 namespace {
 
@@ -43,6 +45,36 @@ TEST_F(WrapperProtocols, HostListsIterateLive) {
     bind_host("shrink", List{Integer(1), Integer(2), Integer(3)});
     expect_true("[x for x in shrink if shrink.pop() or True] == [1, 2]");
     expect_true("(lambda it: ([next(it) for _ in range(5)], next(it, 'end')))(iter(grow)) == ([1, 2, 3, 4, 5], 'end')");
+    // An item changed ahead of the loop is seen, as a Python list's loop sees it.
+    bind_host("ahead", List{Integer(1), Integer(2), Integer(3)});
+    expect_true("[x for x in ahead if ahead.__setitem__(2, 30) or True] == [1, 2, 30]");
+    // Two loops over one iterator share it: each item is taken once.
+    bind_host("pairs", List{Integer(1), Integer(2), Integer(3), Integer(4), Integer(5)});
+    expect_true("(lambda it: [(a, b) for a in it for b in it])(iter(pairs)) == [(1, 2), (1, 3), (1, 4), (1, 5)]");
+}
+
+TEST_F(WrapperProtocols, HostListItemsCrossAlikeByIndexAndByLoop) {
+    // Integers of every range, other values and a nested list, whole.
+    bind_host("mixed", List{Integer(-5), Integer(1000), Integer(INT64_MIN),
+                            Integer::fromUnsigned(std::numeric_limits<std::uint64_t>::max()), String("s"), Float(1.5),
+                            List{Integer(1)}, Any()});
+    expect_true("[mixed[i] for i in range(len(mixed))] == list(mixed) == [-5, 1000, -2**63, 2**64 - 1, 's', 1.5, [1], None]");
+    expect_true("type(mixed[6]) is type(xs) and mixed[6][0] == 1");
+    // An error held as an item raises, read either way; StopIteration ends a loop.
+    bind_host("errs", List{Error(String("held")), Integer(1)});
+    EXPECT_EQ(raised_by("errs[0]"), raised_by("next(iter(errs))"));
+    EXPECT_NE(raised_by("errs[0]").find("held"), std::string::npos);
+    bind_host("stops", List{Integer(1), StopIteration(), Integer(2)});
+    expect_true("list(stops) == [1] and stops[2] == 2");
+    // Only an exact int inside the list is read directly; the rest keeps the
+    // general path's answers.
+    EXPECT_EQ(raised_by("xs[True]"), "KeyError: 'true'");
+    EXPECT_EQ(raised_by("xs[2**70]"), "KeyError: 'int too big to convert'");
+    EXPECT_EQ(raised_by("xs[5]"), "IndexError: Index out of range: 5.");
+    EXPECT_EQ(raised_by("xs[-6]"), "IndexError: Index out of range: -6.");
+    run("class Small(int): pass\n");
+    expect_true("xs[Small(1)] == 11 and xs.__getitem__(4) == 14 and list(xs[1:3]) == [11, 12]");
+    EXPECT_EQ(items().size(), 5u);
 }
 
 TEST_F(WrapperProtocols, IteratorsAndWhatIsNotIterable) {

@@ -15,6 +15,15 @@ namespace tesk {
 
 class I_Iterator_Generic;
 
+// An item read for a caller that converts it at once (the Python wrappers do):
+// an integer item that fits 64 signed bits is read in place, as its value,
+// without taking a reference to it; any other item is a handle.
+struct ItemRead {
+    Any value;                // the item, unless isInteger
+    std::int64_t integer = 0; // the item's value, when isInteger
+    bool isInteger = false;
+};
+
 // Marker for values that never change (hashable map keys).
 class TESK_API I_Immutable : public Any {
     TESK_HANDLE(I_Immutable, Any)
@@ -83,6 +92,10 @@ public:
     // The next item (deferred ones resolved, errors kept) into `item`; false
     // at the end, where a built-in iterator makes no StopIteration error.
     bool advance(Any& item) const;
+    // The same for any value, without a copy of its handle: `item` receives
+    // the next item as it is stored (deferred ones unresolved for a built-in
+    // iterator). False at the end, and for a value that is no iterator.
+    static bool advance(Any const& iterator, ItemRead& item);
 };
 
 class TESK_API I_Sequence_Generic : public I_Iterable_Generic {
@@ -99,6 +112,10 @@ public:
     Any atOr(std::int64_t index, Any const& fallback) const;
     Result<Integer> indexOf(Any const& value, std::int64_t from = 0) const; // -1 when absent
     Any sliced(std::int64_t start, std::int64_t stop) const; // a new sequence or Error
+    // For a built-in List or Tuple and an index inside it, the item (as
+    // stored) into `item`, read under one lock; false for any other value or
+    // index, which at() answers.
+    static bool readBuiltin(Any const& sequence, std::int64_t index, ItemRead& item);
 };
 
 class TESK_API I_MutableSequence_Generic : public I_Sequence_Generic {
