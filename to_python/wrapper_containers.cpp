@@ -4,6 +4,7 @@
 // class offers the same methods).
 #include "to_python/wrapper_protocol_slots.h"
 
+#include "python/python_integers.h"
 #include "python/slot_guard.h"
 #include "to_python/python_to_host.h"
 #include "to_python/slot_result.h"
@@ -67,12 +68,12 @@ PyObject* slice_of(I_Sequence_Generic const& sequence, PyObject* slice) {
 // the item (null with the conversion's exception). Any other container, key
 // or index takes the general path.
 bool builtin_item(Any const& held, PyObject* key, PyObject*& result) {
-    // Exactly int: a bool or an int subclass converts as the general path says.
-    if (!PyLong_CheckExact(key)) return false;
-    int overflow = 0;
-    long long const index = PyLong_AsLongLongAndOverflow(key, &overflow);
+    // An exact int of one digit, read in place: a bool or an int subclass
+    // converts as the general path says, and an index of 2**30 or more is
+    // answered there too, the same way but slower.
+    std::int64_t index = 0;
     ItemRead item;
-    if (overflow || !I_Sequence_Generic::readBuiltin(held, index, item)) return false;
+    if (!compact_python_integer(key, index) || !I_Sequence_Generic::readBuiltin(held, index, item)) return false;
     result = slot_result(item);
     return true;
 }
