@@ -237,8 +237,22 @@ Any make_iterator(Any const& container) {
     return Any::adopt(new object_value_iterator(Any(), std::move(snapshot)));
 }
 
+namespace {
+// The built-in classes are made once for the process: the iterator's record
+// is looked up once, not on every step of a loop (but not kept while the
+// built-in classes are still being made, when it may not exist yet).
+object_value_class const* iterator_class() noexcept {
+    static std::atomic<object_value_class const*> known{nullptr};
+    object_value_class const* cls = known.load(std::memory_order_relaxed);
+    if (cls) return cls;
+    cls = builtin_class(builtin::list_iterator);
+    known.store(cls, std::memory_order_relaxed);
+    return cls;
+}
+} // namespace
+
 bool is_native_iterator(Any const& v) noexcept {
-    return v.kind() == Kind::Instance && v.get()->class_value() == builtin_class(builtin::list_iterator);
+    return v.kind() == Kind::Instance && v.get()->class_value() == iterator_class();
 }
 
 namespace {
