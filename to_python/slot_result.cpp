@@ -3,6 +3,7 @@
 #include "to_python/to_python.h"
 
 #include <array>
+#include <iterator>
 
 namespace tesk::cpython {
 
@@ -45,17 +46,17 @@ PyObject* display_text_to_python(String const& text) {
     return PyUnicode_DecodeUTF8(bytes.data(), static_cast<Py_ssize_t>(bytes.size()), "replace");
 }
 
-Any call_with_receiver(I_Callable_Generic const& method, Any const& self, std::initializer_list<Any> args) {
-    if (method.isIndependent()) return method.invoke({args.begin(), args.size()});
+Any call_with_receiver(I_Callable_Generic const& method, Any const& self, std::span<Any> args) {
+    if (method.isIndependent()) return method.invoke(args);
     constexpr std::size_t inline_count = 4;
     if (args.size() >= inline_count) {
         std::vector<Any> all{self};
-        all.insert(all.end(), args.begin(), args.end());
+        std::move(args.begin(), args.end(), std::back_inserter(all));
         return method.invoke(all);
     }
     std::array<Any, inline_count> all;
     all[0] = self;
-    std::copy(args.begin(), args.end(), all.begin() + 1);
+    std::move(args.begin(), args.end(), all.begin() + 1);
     return method.invoke({all.data(), args.size() + 1});
 }
 

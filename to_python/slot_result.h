@@ -5,7 +5,7 @@
 
 #include <tesk/tesk.h>
 
-#include <initializer_list>
+#include <span>
 #include <string>
 
 namespace tesk::cpython {
@@ -32,7 +32,9 @@ std::nullptr_t raise_text(PyObject* exception, String const& text);
 PyObject* display_text_to_python(String const& text);
 
 // Calls a member callable of `self`: an independent one without the receiver,
-// any other with `self` first. No allocation for the argument list.
-Any call_with_receiver(I_Callable_Generic const& method, Any const& self, std::initializer_list<Any> args);
+// any other with `self` first. The arguments are moved into the call (no
+// count changed for them; the caller's handles are left empty), and the
+// argument list needs no allocation.
+Any call_with_receiver(I_Callable_Generic const& method, Any const& self, std::span<Any> args);
 
 } // namespace tesk::cpython

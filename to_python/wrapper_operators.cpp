@@ -20,9 +20,9 @@ struct operator_method {
     char const* missing;
 };
 
-// Calls the operator's method with the value first and `operand` after it
-// (none for a unary operator).
-PyObject* apply(operator_method const& op, PyObject* self, std::initializer_list<Any> operand) {
+// Calls the operator's method with the value first and the operand after it
+// (none for a unary operator), moved into the call.
+PyObject* apply(operator_method const& op, PyObject* self, std::span<Any> operand) {
     Any const* held = is_wrapper(self);
     if (!held) return Py_NewRef(Py_NotImplemented); // Python tries the other operand
     // Most values stand for themselves: no copy for them.
@@ -41,13 +41,15 @@ PyObject* binary(operator_method const& op, PyObject* self, PyObject* other) noe
     return guarded_slot<PyObject*>(nullptr, [&]() -> PyObject* {
         Any operand;
         if (!python_to_host_value(other, operand)) return nullptr;
-        return apply(op, self, {operand});
+        return apply(op, self, {&operand, 1});
     });
 }
 
 PyObject* repeat(operator_method const& op, PyObject* self, Py_ssize_t count) noexcept {
-    return guarded_slot<PyObject*>(nullptr,
-                                   [&] { return apply(op, self, {Integer(static_cast<std::int64_t>(count))}); });
+    return guarded_slot<PyObject*>(nullptr, [&] {
+        Any operand = Integer(static_cast<std::int64_t>(count));
+        return apply(op, self, {&operand, 1});
+    });
 }
 
 } // namespace
