@@ -8,6 +8,7 @@
 #include "from_python/from_python.h"
 
 #include "python/python_classes.h"
+#include "python/python_integers.h"
 #include "from_python/date_time.h"
 #include "from_python/errors.h"
 #include "from_python/instance_test.h"
@@ -92,6 +93,10 @@ bool held_python_object(Any const& value, PyObject*& held) {
 // an Error; any other failure raises the Error it gave. An exception object
 // or a wrapped host Error is a value, not a failure.
 bool convert_value(PyObject* object, Any& out) {
+    if (std::int64_t v; object && compact_python_integer(object, v)) {
+        out = Integer(v);
+        return true;
+    }
     if (object && Py_IS_TYPE(object, &PyLong_Type)) {
         long long v = PyLong_AsLongLong(object);
         if (v == -1 && PyErr_Occurred()) return false;
@@ -114,8 +119,10 @@ struct registration {
 
 } // namespace
 
+// None and ints are read without the lock: neither ever changes.
 Any from_python(PyObject* object) {
     if (!object || object == Py_None) return Any();
+    if (std::int64_t v; compact_python_integer(object, v)) return Integer(v);
     gil_guard gil;
     return convert(object);
 }

@@ -2,6 +2,7 @@
 
 #include "from_python/errors.h"
 #include "from_python/text.h"
+#include "python/python_integers.h"
 
 #include <cmath>
 
@@ -31,6 +32,7 @@ Any float_from_python(PyObject* number) {
 }
 
 Any integer_from_python(PyObject* integer) {
+    if (std::int64_t compact; compact_python_integer(integer, compact)) return Integer(compact);
     long long v = PyLong_AsLongLong(integer);
     // Out of the int64 range: the host gets the OverflowError Python raised.
     if (v == -1 && PyErr_Occurred()) return take_python_error(Error(String("Unable to convert Python integer to int64.")));

@@ -5,6 +5,7 @@
 #include "to_python/to_python.h"
 
 #include "python/python_classes.h"
+#include "python/python_integers.h"
 #include "to_python/host_errors.h"
 #include "to_python/python_to_host.h"
 #include "to_python/wrapper.h"
@@ -22,18 +23,27 @@ PyObject* string_to_python(String const& text) {
     return PyUnicode_FromStringAndSize(bytes.data(), static_cast<Py_ssize_t>(bytes.size()));
 }
 
-// Typed handles are copies (a reference count up and down, two atomic
-// operations that cost more than the conversion itself), so the common cases
-// read the host's records in place through its scalar casts.
+// The integer record is read in place: a typed handle would be a copy (a
+// count up and down, two atomic operations that cost more than the
+// conversion itself).
+internal::object_value_integer const& integer_record(Any const& value) noexcept {
+    return *static_cast<internal::object_value_integer const*>(value.get());
+}
+
 PyObject* integer_to_python(Any const& value) {
-    std::int64_t signedValue = 0;
-    Any failure;
-    // Every signed value and every unsigned one up to INT64_MAX: the same
-    // Python integer either way.
-    if (internal::cast_int64(value, signedValue, failure)) return PyLong_FromLongLong(signedValue);
-    Integer integer = Integer::unsafe(value);
-    if (integer.isUnsigned()) return PyLong_FromUnsignedLongLong(integer.unsignedValue());
-    return PyLong_FromLongLong(integer.value());
+    make_shared_python_integers();
+    auto const& record = integer_record(value);
+    if (record.is_unsigned) return PyLong_FromUnsignedLongLong(record.bits);
+    return PyLong_FromLongLong(static_cast<std::int64_t>(record.bits));
+}
+
+// A small host integer is one of Python's shared ones, handed out without
+// the interpreter lock; null for every other value.
+PyObject* shared_integer_of(Any const& value) noexcept {
+    if (value.kind() != Kind::Integer) return nullptr;
+    auto const& record = integer_record(value);
+    if (record.is_unsigned && record.bits > shared_python_integer_max) return nullptr;
+    return shared_python_integer(static_cast<std::int64_t>(record.bits));
 }
 
 PyObject* float_to_python(Any const& value) {
@@ -194,14 +204,18 @@ PyObject* convert(Any const& value) {
 
 } // namespace
 
+// Empty values and small integers need no lock: None and the shared
+// integers are immortal.
 PyObject* to_python(Any const& value) {
-    if (!value.get()) return Py_NewRef(Py_None); // empty: no lock needed
+    if (!value.get()) return Py_NewRef(Py_None);
+    if (PyObject* shared = shared_integer_of(value)) return shared;
     gil_guard gil;
     return convert(value);
 }
 
 PyObject* to_python_locked(Any const& value) {
     if (!value.get()) return Py_NewRef(Py_None);
+    if (PyObject* shared = shared_integer_of(value)) return shared;
     return convert(value);
 }
 

@@ -1,7 +1,6 @@
 // Integer: a signed or unsigned 64-bit value; small signed values are shared.
 #include "value_objects.h"
 
-#include <array>
 #include <charconv>
 
 namespace tesk {
@@ -11,42 +10,42 @@ namespace internal {
 object_value_integer::object_value_integer(std::uint64_t b, bool u) noexcept
     : object_value(Kind::Integer, builtin_class(builtin::integer)), bits(b), is_unsigned(u) {}
 
-namespace {
-// The small signed integers, boxed once: code boxes loop counters, sizes and
-// indices all the time, and these boxes then cost no allocation.
-constexpr std::int64_t small_min = -5;
-constexpr std::int64_t small_max = 1024;
+std::atomic<object_value const* const*> small_integer_boxes{nullptr};
 
-constexpr std::size_t small_count = small_max - small_min + 1;
-using small_table = std::array<object_value const*, small_count>;
+namespace {
+constexpr std::size_t small_count = small_integer_max - small_integer_min + 1;
 
 // All of them are made together on first use, so that the number of live
 // objects does not creep up as new small values appear (leak checks compare
 // it). Making the first ones may build the built-in classes, which box small
 // integers themselves: a nested or racing call builds its own table, the
-// first table published wins and the other is dropped.
-std::atomic<small_table const*> g_small{nullptr};
-
-small_table const& small_integers() {
-    small_table const* published = g_small.load(std::memory_order_acquire);
-    if (published != nullptr) return *published;
-    auto* fresh = new small_table();
+// first table published wins and the other is dropped. Readers count what
+// they take (a no-op once a box is immortal), so a box taken between the
+// publication and make_immortal stays valid.
+object_value const* const* make_small_integers() {
+    auto* fresh = new object_value const*[small_count];
     for (std::size_t i = 0; i < small_count; ++i)
-        (*fresh)[i] = new object_value_integer(static_cast<std::uint64_t>(small_min + static_cast<std::int64_t>(i)), false);
-    if (g_small.compare_exchange_strong(published, fresh, std::memory_order_acq_rel, std::memory_order_acquire)) {
-        for (object_value const* record : *fresh) record->make_immortal();
-        return *fresh;
+        fresh[i] = new object_value_integer(static_cast<std::uint64_t>(small_integer_min + static_cast<std::int64_t>(i)), false);
+    object_value const* const* published = nullptr;
+    if (small_integer_boxes.compare_exchange_strong(published, fresh, std::memory_order_acq_rel, std::memory_order_acquire)) {
+        for (std::size_t i = 0; i < small_count; ++i) fresh[i]->make_immortal();
+        return fresh;
     }
-    for (object_value const* record : *fresh) record->release();
-    delete fresh;
-    return *published;
+    for (std::size_t i = 0; i < small_count; ++i) fresh[i]->release();
+    delete[] fresh;
+    return published;
+}
+} // namespace
+
+Any box_integer_slow(std::int64_t v) {
+    if (v < small_integer_min || v > small_integer_max)
+        return Any::adopt(new object_value_integer(static_cast<std::uint64_t>(v), false));
+    object_value const* const* boxes = small_integer_boxes.load(std::memory_order_acquire);
+    if (!boxes) boxes = make_small_integers();
+    return Any::borrow(boxes[v - small_integer_min]);
 }
 
-Any box(std::int64_t v) {
-    if (v < small_min || v > small_max) return Any::adopt(new object_value_integer(static_cast<std::uint64_t>(v), false));
-    return Any::borrow(small_integers()[static_cast<std::size_t>(v - small_min)]);
-}
-
+namespace {
 object_value_integer const* integer_of(Any const& v) noexcept {
     return static_cast<object_value_integer const*>(v.get());
 }
@@ -70,17 +69,9 @@ void append_integer(std::string& out, object_value_integer const& v) {
 
 } // namespace internal
 
-Integer::Integer(std::int64_t v) : Any(internal::box(v)) {}
-
 Integer Integer::fromUnsigned(std::uint64_t v) {
     return unsafe(Any::adopt(new internal::object_value_integer(v, true)));
 }
-
-bool Integer::isUnsigned() const noexcept { return get() != nullptr && internal::integer_of(*this)->is_unsigned; }
-std::int64_t Integer::value() const noexcept {
-    return get() ? static_cast<std::int64_t>(internal::integer_of(*this)->bits) : 0;
-}
-std::uint64_t Integer::unsignedValue() const noexcept { return get() ? internal::integer_of(*this)->bits : 0; }
 
 std::optional<std::int32_t> Int32::from(Any const& v) {
     auto wide = internal::signed_value(v);

@@ -82,16 +82,10 @@ inline std::uint64_t hash_combine(std::uint64_t seed, std::uint64_t h) noexcept 
 int utf8_sequence(unsigned char const* p, std::size_t available) noexcept;
 
 // ---------------------------------------------------------------------------
-// Numbers.
+// Numbers (the integer record is in tesk/values.h).
 struct object_value_boolean final : object_value {
     object_value_boolean(bool v) noexcept;
     bool value;
-};
-
-struct object_value_integer final : object_value {
-    object_value_integer(std::uint64_t bits, bool is_unsigned) noexcept;
-    std::uint64_t bits;
-    bool is_unsigned;
 };
 
 struct object_value_float final : object_value {

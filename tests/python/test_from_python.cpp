@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <limits>
+#include <thread>
 
 namespace tesk::cpython::testing {
 namespace {
@@ -83,6 +84,45 @@ TEST_F(FromPython, IntegersInTheSignedRangeAndBeyond) {
     // it stays the Python object.
     expect_proxy("complex(1, 2)");
     expect_error("BadInt()", "no integer here");
+}
+
+// Small integers take shortcuts on both sides (shared boxes, values read in
+// place, no interpreter lock): every edge of those ranges crosses exactly,
+// with the lock and on a thread without it.
+TEST_F(FromPython, IntegersAtTheEdgesOfTheSharedRangesCrossExactly) {
+    std::vector<std::int64_t> edges = {-(std::int64_t{1} << 31), -(std::int64_t{1} << 30) - 1, -(std::int64_t{1} << 30),
+                                       -(std::int64_t{1} << 30) + 1, -7, -6, -5, -4, -1, 0, 1, 255, 256, 257,
+                                       1023, 1024, 1025, (std::int64_t{1} << 30) - 1, std::int64_t{1} << 30,
+                                       std::int64_t{1} << 31};
+    auto crosses = [&edges](std::string& failures) {
+        for (std::int64_t v : edges) {
+            for (Integer const& host : {Integer(v), v >= 0 ? Integer::fromUnsigned(static_cast<std::uint64_t>(v)) : Integer(v)}) {
+                PyObjectPtr object = to_python_ref(host);
+                Any back = from_python(object.get());
+                gil_guard gil;
+                long long read = object ? PyLong_AsLongLong(object.get()) : -1;
+                if (!object || !PyLong_CheckExact(object.get()) || read != v)
+                    failures += "to Python " + std::to_string(v) + "; ";
+                PyErr_Clear();
+                if (!Integer::test(back) || Integer::unsafe(back).value() != v || Integer::unsafe(back).isUnsigned())
+                    failures += "back " + std::to_string(v) + "; ";
+            }
+        }
+    };
+    std::string locked, unlocked;
+    crosses(locked);
+    Py_BEGIN_ALLOW_THREADS
+    std::thread worker([&] { crosses(unlocked); });
+    worker.join();
+    Py_END_ALLOW_THREADS
+    EXPECT_EQ(locked, "");
+    EXPECT_EQ(unlocked, "");
+    EXPECT_EQ(PyErr_Occurred(), nullptr);
+    // The shared boxes are one object per value; others are boxed anew.
+    EXPECT_TRUE(Integer(1024).isSame(Integer(1024)));
+    EXPECT_FALSE(Integer(1025).isSame(Integer(1025)));
+    // An int subclass is no plain int: it still converts by its value.
+    expect_integer("type('Mine', (int,), {})(300)", 300);
 }
 
 TEST_F(FromPython, AnUnsignedIntegerAboveTheSignedRangeDoesNotComeBack) {

@@ -4,6 +4,7 @@
 
 #include "tesk/string.h"
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 
@@ -23,21 +24,55 @@ public:
     bool isTrue() const noexcept;
 };
 
+namespace internal {
+// The record behind an Integer. Its layout is public so that boxing a small
+// value and reading one are inline: both sit on every crossing of a number.
+struct TESK_API object_value_integer final : object_value {
+    object_value_integer(std::uint64_t bits, bool is_unsigned) noexcept;
+    std::uint64_t bits;
+    bool is_unsigned;
+};
+
+// The small signed integers are boxed once and shared (immortal): code boxes
+// loop counters, sizes and indices all the time.
+inline constexpr std::int64_t small_integer_min = -5;
+inline constexpr std::int64_t small_integer_max = 1024;
+// The shared boxes, indexed by value - small_integer_min; null until made.
+TESK_API extern std::atomic<object_value const* const*> small_integer_boxes;
+// Boxes any value (making the shared boxes on first use).
+TESK_API Any box_integer_slow(std::int64_t v);
+
+inline Any box_integer(std::int64_t v) {
+    if (v >= small_integer_min && v <= small_integer_max) {
+        if (object_value const* const* boxes = small_integer_boxes.load(std::memory_order_acquire))
+            return Any::borrow(boxes[v - small_integer_min]);
+    }
+    return box_integer_slow(v);
+}
+} // namespace internal
+
 // A 64-bit integer that remembers whether it is signed or unsigned.
 class TESK_API Integer : public Any {
     TESK_HANDLE(Integer, Any)
 public:
     Integer() : Integer(std::int64_t{0}) {}
-    Integer(std::int64_t v);           // small values come from a cache
+    Integer(std::int64_t v) : Any(internal::box_integer(v)) {} // small values are shared
     Integer(int v) : Integer(static_cast<std::int64_t>(v)) {}
     static Integer fromUnsigned(std::uint64_t v);
     static bool test(Any const& v) noexcept { return v.kind() == Kind::Integer; }
 
-    bool isUnsigned() const noexcept;
-    std::int64_t value() const noexcept;          // the bits as signed
-    std::uint64_t unsignedValue() const noexcept; // the bits as unsigned
+    bool isUnsigned() const noexcept { return get() != nullptr && record()->is_unsigned; }
+    // The bits as signed.
+    std::int64_t value() const noexcept { return get() ? static_cast<std::int64_t>(record()->bits) : 0; }
+    // The bits as unsigned.
+    std::uint64_t unsignedValue() const noexcept { return get() ? record()->bits : 0; }
     // Whether the value fits the signed 64-bit range (every signed value does).
     bool fitsSigned() const noexcept { return !isUnsigned() || unsignedValue() <= INT64_MAX; }
+
+private:
+    internal::object_value_integer const* record() const noexcept {
+        return static_cast<internal::object_value_integer const*>(get());
+    }
 };
 
 // Integer parameters of typed wrappers: `int` casts through Int32 (range
