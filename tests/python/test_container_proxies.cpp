@@ -500,6 +500,7 @@ TEST_F(ContainerProxies, InterfaceCallsReachOverridesAndOwnMembers) {
     ASSERT_FALSE(insert_method(items, String("at"), make_closure(&override_at)).isError());
     EXPECT_EQ(repr("callable(items.at)"), "True");
     EXPECT_EQ(int_of(items.at(1)), 2);
+    run("del items.at"); // the host callable goes with the test
 }
 
 TEST_F(ContainerProxies, InterfaceCallsFailCleanly) {
