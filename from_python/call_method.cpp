@@ -7,7 +7,7 @@
 namespace tesk::cpython {
 
 PyObjectPtr argument_to_python(Any const& value, Any& failure) {
-    PyObjectPtr converted = to_python_ref(value);
+    PyObjectPtr converted = PyObjectPtr::steal(to_python_locked(value));
     if (converted) return converted;
     failure = argument_conversion_error(value);
     return {};

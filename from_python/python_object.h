@@ -41,6 +41,8 @@ Any make_python_object(Class_Generic const& cls, PyObject* object);
 class python_object_scope {
 public:
     explicit python_object_scope(Any const& proxy);
+    // The object is dropped here, under the lock the scope holds already.
+    ~python_object_scope() { Py_XDECREF(object_.release()); }
     python_object_scope(python_object_scope const&) = delete;
     python_object_scope& operator=(python_object_scope const&) = delete;
 

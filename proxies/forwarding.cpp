@@ -13,7 +13,7 @@ Result<None> forward_dropping_value(Any const& proxy, char const* name, std::ini
 Any python_result(PyObjectPtr const& result) {
     // An exception that is no Error (SystemExit, say) still fails the call.
     if (!result) return take_python_error(Error::unknown());
-    return from_python(result.get());
+    return from_python_locked(result.get());
 }
 
 Any new_proxy(Class_Generic const& cls, PyObject* object) { return make_python_object(cls, object); }

@@ -16,15 +16,18 @@ Any next(Any const& self) {
         // PyIter_Next needs a __next__ slot to call.
         if (!PyIter_Check(object)) return error_method_not_found(String("__next__"), self);
         PyObjectPtr item = PyObjectPtr::steal(PyIter_Next(object));
-        if (item) return from_python(item.get());
+        if (item) return from_python_locked(item.get());
         if (PyErr_Occurred()) return take_python_error(Error::unknown());
         return StopIteration();
     });
 }
 
+constexpr internal::native_operations native_answers{.next = &next};
+
 void fill_class(class_builder_base& builder) {
     Class_Generic const iterator = I_Iterator_Generic::getClass();
     declare_proxy_class(builder, iterator, cpython_object_class());
+    answer_natively<native_answers>(builder);
     builder.entry(entry_tag::interface_methods,
                   {iterator, proxy_method(I_Iterator_Generic::$next, make_closure(&next), "self")});
 }

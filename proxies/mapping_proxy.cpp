@@ -29,7 +29,7 @@ Result<Any> get(Any const& self, Any const& key, Any fallback) {
             int found = PyDict_GetItemRef(object, pythonKey.get(), &value);
             PyObjectPtr owned = PyObjectPtr::steal(value);
             if (found < 0) return take_python_error(Error::unknown());
-            return found == 0 ? fallback : from_python(owned.get());
+            return found == 0 ? fallback : from_python_locked(owned.get());
         }
         // `key in d`, then `d[key]`: a subclass's __missing__ is never asked.
         int found = PySequence_Contains(object, pythonKey.get());
@@ -73,9 +73,15 @@ Result<List> collected(Any const& self, python_name& method) {
 Result<List> keys(Any const& self) { return collected(self, keys_name); }
 Result<List> values(Any const& self) { return collected(self, values_name); }
 
+// `get` without a default: the member's default is none.
+constexpr internal::native_operations native_answers{
+    .get = [](Any const& self, Any const& key) -> Any { return get(self, key, Any()); },
+};
+
 void fill_class(class_builder_base& builder) {
     Class_Generic const mutableMap = I_MutableMap_Generic::getClass();
     declare_proxy_class(builder, mutableMap, cpython_object_class());
+    answer_natively<native_answers>(builder);
     builder.entry(entry_tag::interface_methods,
                   {mutableMap, proxy_method(I_MutableMap_Generic::$set, make_closure(&set), "self, key, value"),
                    proxy_method(I_MutableMap_Generic::$remove, make_closure(&remove), "self, key"),

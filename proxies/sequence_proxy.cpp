@@ -101,9 +101,15 @@ Result<Boolean> remove_one(Any const& self, Any const& value) {
     return Boolean(true);
 }
 
+constexpr internal::native_operations native_answers{
+    .at = [](Any const& self, std::int64_t index) -> Any { return at(self, index); },
+    .at_or = &at_or,
+};
+
 void fill_class(class_builder_base& builder) {
     Class_Generic const mutableSequence = I_MutableSequence_Generic::getClass();
     declare_proxy_class(builder, mutableSequence, cpython_object_class());
+    answer_natively<native_answers>(builder);
     builder.entry(entry_tag::interface_methods,
                   {mutableSequence,
                    proxy_method(I_MutableSequence_Generic::$set, make_closure(&set), "self, index, value"),

@@ -150,7 +150,6 @@ void decorate(Any const& callable, String const& name, String const& signatureTe
 
 } // namespace internal
 
-using internal::class_table;
 using internal::native;
 
 bool I_Callable_Generic::test(Any const& v) noexcept {
@@ -164,8 +163,7 @@ Any I_Callable_Generic::invoke(std::span<Any const> args) const {
         if (!hasValue()) return Error(String("Unable to call None."));
         // A class may take its instances' calls directly (set_invoke_hook_unsafe).
         if (kind() == Kind::Instance) {
-            auto hook = internal::read_table(get()->class_value(), [](class_table const& t) { return t.invoke; });
-            if (hook) return hook(*this, args);
+            if (internal::invoke_hook hook = get()->class_value()->invoke()) return hook(*this, args);
         }
         List list;
         for (Any const& a : args) list.append(a);

@@ -22,7 +22,8 @@ class_table::class_table(class_table const& o)
     : qualname(o.qualname), doc(o.doc), traits(o.traits), parents(o.parents), declaring_context(o.declaring_context),
       generic_definition(o.generic_definition), fields(o.fields), methods(o.methods), properties(o.properties),
       call_operator(o.call_operator), coercion(o.coercion), method_hook(o.method_hook),
-      property_read(o.property_read), property_write(o.property_write), invoke(o.invoke), finalizer(o.finalizer),
+      property_read(o.property_read), property_write(o.property_write), invoke(o.invoke), native(o.native),
+      finalizer(o.finalizer),
       setup_callback(o.setup_callback), method_owner(o.method_owner), factory(o.factory), examples(o.examples),
       option(o.option), declared_methods_first(o.declared_methods_first) {
     g_live_tables.fetch_add(1, std::memory_order_relaxed);

@@ -140,7 +140,10 @@ using internal::class_table;
 
 void add_class_method_unsafe(Class_Generic const& cls, String const& n, I_Callable_Generic const& method) {
     std::optional<Any> displaced; // released after the lock
-    internal::edit_table(cls.record(), [&](class_table& t) { displaced = t.methods.exchange(n, method); });
+    internal::edit_table(cls.record(), [&](class_table& t) {
+        displaced = t.methods.exchange(n, method);
+        t.native = nullptr; // the native answers were those of the methods replaced
+    });
 }
 
 void add_class_property_unsafe(Class_Generic const& cls, String const& n, Property const& property) {
@@ -187,6 +190,7 @@ void set_hook(Class_Generic const& cls, std::shared_ptr<Hook const> class_table:
 
 void set_method_hook_unsafe(Class_Generic const& cls, internal::method_lookup_hook hook) {
     set_hook(cls, &class_table::method_hook, std::move(hook));
+    set_native_operations_unsafe(cls, nullptr); // the hook may answer for the members
 }
 
 void set_property_hooks_unsafe(Class_Generic const& cls, internal::property_read_hook read,
@@ -201,6 +205,11 @@ void set_coercion_unsafe(Class_Generic const& cls, internal::coercion_function c
 
 void set_invoke_hook_unsafe(Class_Generic const& cls, internal::invoke_hook hook) {
     internal::edit_table(cls.record(), [&](class_table& t) { t.invoke = hook; });
+}
+
+void set_native_operations_unsafe(Class_Generic const& cls, internal::native_operations const* operations) {
+    internal::edit_table(
+        cls.record(), [&](class_table& t) { t.native = operations; }, internal::reach::this_class_only);
 }
 
 void set_finalizer_unsafe(Class_Generic const& cls, Any const& finalizer) {

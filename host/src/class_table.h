@@ -47,6 +47,7 @@ struct class_table {
     std::shared_ptr<property_read_hook const> property_read;
     std::shared_ptr<property_write_hook const> property_write;
     invoke_hook invoke = nullptr; // a plain function: copied with the table
+    native_operations const* native = nullptr; // static: copied with the table
     Any finalizer;      // callable taking the instance
     Any setup_callback; // callable taking the class
     object_value_class const* method_owner = nullptr; // another record that owns the methods
@@ -73,6 +74,8 @@ struct class_record_access {
         auto* c = const_cast<object_value_class*>(cls);
         c->traits_.store(t.traits, std::memory_order_seq_cst);
         c->has_finalizer_.store(t.finalizer.hasValue(), std::memory_order_seq_cst);
+        c->invoke_.store(t.invoke, std::memory_order_seq_cst);
+        c->native_.store(t.native, std::memory_order_seq_cst);
     }
 };
 

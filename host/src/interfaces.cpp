@@ -17,6 +17,15 @@ bool implements(Any const& v, builtin iface) noexcept {
     return internal::raw_record(v)->is_ancestor(internal::builtin_class(iface));
 }
 
+// The native answers of the class of `v` (set_native_operations_unsafe),
+// when they may stand for its members: `v` is an instance of the class that
+// declared them and has no members of its own, which would be found first.
+internal::native_operations const* native_of(Any const& v) noexcept {
+    if (v.kind() != Kind::Instance) return nullptr;
+    internal::native_operations const* ops = v.get()->class_value()->native();
+    return ops && !v.get()->own() ? ops : nullptr;
+}
+
 // Calls the method `name` of `v` with the given arguments.
 Any call(Any const& v, String const& name, std::initializer_list<Any> args) {
     return v.callMethod(name, std::span<Any const>(args.begin(), args.size()));
@@ -96,12 +105,13 @@ bool I_Iterator_Generic::test(Any const& v) noexcept { return implements(v, buil
 
 Any I_Iterator_Generic::next() const {
     if (internal::is_native_iterator(*this)) return internal::iterator_next(*this);
+    if (auto const* ops = native_of(*this); ops && ops->next) return ops->next(*this);
     return call(*this, $next, {});
 }
 
 bool I_Iterator_Generic::advance(Any& item) const {
     if (internal::is_native_iterator(*this)) return internal::iterator_advance(*this, item);
-    item = internal::result_unwrap_lazy(call(*this, $next, {}));
+    item = internal::result_unwrap_lazy(next());
     return !StopIteration::test(item);
 }
 
@@ -115,11 +125,13 @@ Result<Integer> I_Sequence_Generic::length() const { return length_of(*this, $$_
 
 Any I_Sequence_Generic::at(std::int64_t index) const {
     if (internal::is_native_sequence(*this)) return internal::sequence_at(*this, index);
+    if (auto const* ops = native_of(*this); ops && ops->at) return ops->at(*this, index);
     return call(*this, $at, {Integer(index)});
 }
 
 Any I_Sequence_Generic::atOr(std::int64_t index, Any const& fallback) const {
     if (internal::is_native_sequence(*this)) return internal::sequence_at_or(*this, index, fallback);
+    if (auto const* ops = native_of(*this); ops && ops->at_or) return ops->at_or(*this, index, fallback);
     return call(*this, $atOr, {Integer(index), fallback});
 }
 
@@ -183,12 +195,13 @@ Any I_Map_Generic::get(Any const& key) const {
         if (!m.contains(key)) return Error(String("Key not found: {}.").arg(key));
         return m.find(key);
     }
+    if (auto const* ops = native_of(*this); ops && ops->get) return ops->get(*this, key);
     return call(*this, $get, {key});
 }
 
 Any I_Map_Generic::getOr(Any const& key, Any const& fallback) const {
     if (HashMap::test(*this)) return internal::map_get_or(HashMap::unsafe(*this), key, fallback);
-    Any r = internal::result_unwrap_lazy(call(*this, $get, {key}));
+    Any r = internal::result_unwrap_lazy(get(key));
     return r.isError() ? fallback : r;
 }
 

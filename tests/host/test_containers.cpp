@@ -240,4 +240,82 @@ TEST(HashSetContainer, InsertContainsRemove) {
     EXPECT_EQ(set.items().size(), 2u);
 }
 
+
+// ---- native answers to the interface calls ----------------------------------
+// The members and the native answers of one class tell which of them answered.
+
+Any member_at(Any const&, std::int64_t) { return String("member"); }
+Any member_at_or(Any const&, std::int64_t, Any const&) { return String("member"); }
+Any member_get(Any const&, Any const&) { return String("member"); }
+Any member_next(Any const&) { return String("member"); }
+Any own_at(Any const&, std::int64_t) { return String("own"); }
+Any override_at(Any const&, std::int64_t) { return String("override"); }
+
+constexpr internal::native_operations native_answers{
+    .at = [](Any const&, std::int64_t index) -> Any { return String("native {}").arg(Integer(index)); },
+    .get = [](Any const&, Any const& key) -> Any { return String("native {}").arg(key); },
+    .next = [](Any const&) -> Any { return String("native"); },
+};
+
+I_Callable_Generic method(char const* name, I_Callable_Generic const& function, char const* parameters) {
+    return method_builder_base(String(name)).assign_func(function).signature(String(parameters)).build();
+}
+
+Class_Generic answering_class(char const* name) {
+    class_builder_base b{String(name)};
+    b.entry(entry_tag::interface_methods, {I_Sequence_Generic::getClass(),
+                                           method("at", make_closure(member_at), "self, index"),
+                                           method("atOr", make_closure(member_at_or), "self, index, default")});
+    b.entry(entry_tag::interface_methods,
+            {I_Map_Generic::getClass(), method("get", make_closure(member_get), "self, key")});
+    b.entry(entry_tag::interface_methods,
+            {I_Iterator_Generic::getClass(), method("next", make_closure(member_next), "self")});
+    Class_Generic cls = b.build().as<Class_Generic>();
+    set_native_operations_unsafe(cls, &native_answers);
+    return cls;
+}
+
+TEST(NativeAnswers, StandForTheMembersOfTheirOwnClassOnly) {
+    Class_Generic cls = answering_class("NativelyAnswering");
+    Any instance = cls.allocateInstance();
+    EXPECT_EQ(display(I_Sequence_Generic::unsafe(instance).at(3)), "native 3");
+    EXPECT_EQ(display(I_Map_Generic::unsafe(instance).get(String("k"))), "native k");
+    EXPECT_EQ(display(I_Map_Generic::unsafe(instance).getOr(String("k"), Any())), "native k");
+    EXPECT_EQ(display(I_Iterator_Generic::unsafe(instance).next()), "native");
+    Any item;
+    EXPECT_TRUE(I_Iterator_Generic::unsafe(instance).advance(item));
+    EXPECT_EQ(display(item), "native");
+    // An operation without a native answer goes to its member.
+    EXPECT_EQ(display(I_Sequence_Generic::unsafe(instance).atOr(3, Any())), "member");
+    // Calls by name reach the members, as before.
+    EXPECT_EQ(display(instance.callMethod(String("at"), std::vector<Any>{Integer(3)})), "member");
+
+    // An instance with a member of its own: its members come first.
+    Any withOwn = cls.allocateInstance();
+    ASSERT_FALSE(insert_method(withOwn, String("at"), make_closure(own_at)).isError());
+    EXPECT_EQ(display(I_Sequence_Generic::unsafe(withOwn).at(0)), "own");
+    EXPECT_EQ(display(I_Map_Generic::unsafe(withOwn).get(String("k"))), "member");
+
+    // A derived class may override the members: the native answers are not inherited.
+    class_builder_base derived{String("NativelyAnsweringDerived")};
+    derived.bases({cls});
+    derived.method(method("at", make_closure(override_at), "self, index"));
+    Any child = derived.build().as<Class_Generic>().allocateInstance();
+    EXPECT_EQ(display(I_Sequence_Generic::unsafe(child).at(0)), "override");
+    EXPECT_EQ(display(I_Map_Generic::unsafe(child).get(String("k"))), "member");
+}
+
+TEST(NativeAnswers, AnEditOfTheMethodsEndsThem) {
+    Class_Generic cls = answering_class("NativelyAnsweringEdited");
+    Any instance = cls.allocateInstance();
+    EXPECT_EQ(display(I_Sequence_Generic::unsafe(instance).at(1)), "native 1");
+    add_class_method_unsafe(cls, String("at"), method("at", make_closure(override_at), "self, index"));
+    EXPECT_EQ(display(I_Sequence_Generic::unsafe(instance).at(1)), "override");
+    EXPECT_EQ(display(I_Map_Generic::unsafe(instance).get(String("k"))), "member");
+
+    Class_Generic hooked = answering_class("NativelyAnsweringHooked");
+    set_method_hook_unsafe(hooked, [](Any const&, String const&) -> Any { return Any(); });
+    EXPECT_EQ(display(I_Sequence_Generic::unsafe(hooked.allocateInstance()).at(1)), "member");
+}
+
 } // namespace

@@ -5,12 +5,14 @@
 
 #include "from_python/from_python.h"
 #include "from_python/python_object.h"
+#include "language/language.h"
 #include "proxies/iterable_proxy.h"
 #include "proxies/iterator_proxy.h"
 #include "proxies/mapping_proxy.h"
 #include "proxies/sequence_proxy.h"
 #include "proxies/set_proxy.h"
 
+#include <filesystem>
 #include <vector>
 
 namespace tesk::cpython::testing {
@@ -466,6 +468,80 @@ TEST_F(ContainerProxies, ProxiesHoldOneReferenceAndLeakNothing) {
     }
     EXPECT_EQ(internal::live_object_count(), live);
     EXPECT_EQ(Py_REFCNT(list.get()), references);
+}
+
+
+// ---- the host's interface calls ---------------------------------------------
+// The proxy classes answer the hot interface calls natively; whatever would
+// have answered through the members still does.
+
+Any override_at(Any const&, std::int64_t index) { return String("override {}").arg(Integer(index)); }
+
+void fill_derived_sequence(class_builder_base& builder) {
+    builder.bases({cpython_proxy_sequence_class()});
+    declare_python_object_finaliser(builder);
+    builder.method(method_builder_base(String("at"))
+                       .assign_func(make_closure(&override_at))
+                       .signature(String("self, index"))
+                       .build());
+}
+
+TEST_F(ContainerProxies, InterfaceCallsReachOverridesAndOwnMembers) {
+    static class_accessor const derived{"DerivedProxySequence", &fill_derived_sequence};
+    PyObjectPtr list = eval("[10, 20, 30]");
+    I_Sequence_Generic child = I_Sequence_Generic::unsafe(make_python_object(derived(), list.get()));
+    EXPECT_EQ(display(child.at(1)).toUtf8(), "override 1");
+    EXPECT_EQ(int_of(child.atOr(1, Any())), 20) << "what it does not override is the proxy's";
+
+    // Members set on a proxy go to its Python object, where they change
+    // nothing of what the host's calls reach.
+    run("class Items(list): pass\nitems = Items([1, 2])");
+    I_Sequence_Generic items = I_Sequence_Generic::unsafe(proxy("items"));
+    ASSERT_FALSE(insert_method(items, String("at"), make_closure(&override_at)).isError());
+    EXPECT_EQ(repr("callable(items.at)"), "True");
+    EXPECT_EQ(int_of(items.at(1)), 2);
+    run("del items.at"); // the host callable goes with the test
+}
+
+TEST_F(ContainerProxies, InterfaceCallsFailCleanly) {
+    run("xs = [1, 2]\nd = {'a': 1}\ndef failing():\n    yield 1\n    raise KeyError('gone')\nit = failing()");
+    I_Sequence_Generic xs = I_Sequence_Generic::unsafe(proxy("xs"));
+    EXPECT_EQ(message_of(xs.at(5)), "list index out of range");
+    EXPECT_EQ(PyErr_Occurred(), nullptr);
+    I_Map_Generic d = I_Map_Generic::unsafe(proxy("d"));
+    EXPECT_EQ(message_of(d.get(proxy("[1]"))), "unhashable type: 'list'");
+    EXPECT_EQ(PyErr_Occurred(), nullptr);
+    EXPECT_TRUE(d.get(String("b")).isNone()) << "a missing key gives the member's default";
+    EXPECT_TRUE(starts_with(message_of(d.get(formless())), "Unable to convert an argument: "));
+    I_Iterator_Generic it = I_Iterable_Generic::unsafe(proxy("it")).iter().as<I_Iterator_Generic>();
+    Any item;
+    EXPECT_TRUE(it.advance(item));
+    EXPECT_EQ(int_of(item), 1);
+    EXPECT_TRUE(it.advance(item)) << "an error is an item, as next() gives it";
+    EXPECT_EQ(message_of(item), "'gone'");
+    EXPECT_EQ(PyErr_Occurred(), nullptr);
+    EXPECT_FALSE(it.advance(item));
+    EXPECT_EQ(repr("xs"), "[1, 2]");
+    EXPECT_EQ(repr("d"), "{'a': 1}");
+}
+
+TEST_F(ContainerProxies, InterfaceCallsOnProxiesFromASandboxRunInIt) {
+    std::filesystem::path const path = std::filesystem::temp_directory_path() / "container_proxy_sandbox_probe";
+    std::string const writer = "lambda *_: open(r'" + path.string() + "', 'w')";
+    std::string const sequence = "type('S', (), {'__getitem__': " + writer + ", '__len__': lambda self: 1})()";
+    std::string const mapping = "type('M', (dict,), {'__contains__': " + writer + "})()";
+    std::string const iterator = "(open(r'" + path.string() + "', 'w') for _ in range(1))";
+    auto made = [](std::string const& expression) {
+        Any value = evaluate_expression_in_sandbox(String(expression), Union<EvaluationScope, None>());
+        EXPECT_FALSE(value.isError()) << message_of(value);
+        return value;
+    };
+    EXPECT_EQ(message_of(I_Sequence_Generic::unsafe(made(sequence)).at(0)), "write blocked: read-only sandbox");
+    EXPECT_EQ(message_of(I_Map_Generic::unsafe(made(mapping)).get(String("k"))), "write blocked: read-only sandbox");
+    I_Iterator_Generic it = I_Iterable_Generic::unsafe(made(iterator)).iter().as<I_Iterator_Generic>();
+    EXPECT_EQ(message_of(it.next()), "write blocked: read-only sandbox");
+    EXPECT_FALSE(std::filesystem::exists(path));
+    std::filesystem::remove(path);
 }
 
 } // namespace

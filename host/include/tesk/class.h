@@ -51,6 +51,19 @@ using coercion_function = std::function<Any(Any const& value)>; // value → ins
 using invoke_hook = Any (*)(Any const& self, std::span<Any const> args);
 using instance_factory = object_value* (*)(object_value_class const* cls);
 
+// What a class answers natively to the generic interface operations, called
+// with the instance and the raw arguments instead of through the member of
+// the same name (no lookup, no boxed arguments). Each entry must give exactly
+// what that member gives; a null entry leaves the operation to the member.
+// Used only for instances of the class itself that have no members of their
+// own (see set_native_operations_unsafe).
+struct native_operations {
+    Any (*at)(Any const& self, std::int64_t index) = nullptr;                        // I_Sequence_Generic::at
+    Any (*at_or)(Any const& self, std::int64_t index, Any const& fallback) = nullptr; // I_Sequence_Generic::atOr
+    Any (*get)(Any const& self, Any const& key) = nullptr;                           // I_Map_Generic::get
+    Any (*next)(Any const& self) = nullptr;                                          // I_Iterator_Generic::next
+};
+
 struct class_table;         // the mutable parts of a record (internal)
 struct class_record_access; // the class machinery's access to them
 
@@ -75,6 +88,9 @@ public:
     Any call_operator() const;                               // callable: what calling the class does, or none
     Any finalizer() const;                                   // callable taking the instance, or none
     bool has_finalizer() const noexcept { return has_finalizer_.load(std::memory_order_acquire); }
+    // The hooks of this class itself (never of a parent), read without a read section.
+    invoke_hook invoke() const noexcept { return invoke_.load(std::memory_order_acquire); }
+    native_operations const* native() const noexcept { return native_.load(std::memory_order_acquire); }
     Any setup_callback() const;                              // callable taking the class, or none
     std::vector<std::pair<String, String>> examples() const; // (code, language)
     std::int64_t option() const;
@@ -98,6 +114,8 @@ private:
     // refreshed at every swap.
     std::atomic<std::uint64_t> traits_;
     std::atomic<bool> has_finalizer_{false};
+    std::atomic<invoke_hook> invoke_{nullptr};
+    std::atomic<native_operations const*> native_{nullptr};
     // Moves on every edit of this class or of one of its ancestors.
     mutable std::atomic<std::uint64_t> version_{1};
     // The resolved members of the whole chain, an immutable snapshot tagged
@@ -271,6 +289,12 @@ TESK_API void set_coercion_unsafe(Class_Generic const& cls, internal::coercion_f
 // instance's method "call" and a list of the arguments. Not inherited, like
 // the other hooks; nullptr gives the calls back to "call".
 TESK_API void set_invoke_hook_unsafe(Class_Generic const& cls, internal::invoke_hook hook);
+// The class's native answers to the interface operations (`operations` lives
+// as long as the process; nullptr removes them). Not inherited: a class
+// derived from it may override the members. An instance with members of its
+// own goes through its members, which are searched first; an edit of the
+// class's methods or of its method hook removes the native answers.
+TESK_API void set_native_operations_unsafe(Class_Generic const& cls, internal::native_operations const* operations);
 TESK_API void set_finalizer_unsafe(Class_Generic const& cls, Any const& finalizer);
 
 namespace internal {
