@@ -23,10 +23,8 @@ const meta_field_untyped sandbox_field{"$_sandbox"};
 // atomic count changes made under the instance lock on every call); 0 when
 // it holds no integer, which both fields read as "nothing".
 std::int64_t integer_in(Any const& field) {
-    if (!Integer::test(field)) return 0;
-    auto const* integer = static_cast<internal::object_value_integer const*>(field.get());
-    if (integer->is_unsigned && integer->bits > static_cast<std::uint64_t>(INT64_MAX)) return 0;
-    return static_cast<std::int64_t>(integer->bits);
+    std::int64_t value = 0;
+    return internal::signed_in_place(field, value) ? value : 0;
 }
 
 // What `_sandbox` holds: nothing (0) for a proxy made outside any sandbox.

@@ -26,13 +26,9 @@ PyObject* string_to_python(String const& text) {
 // The integer record is read in place: a typed handle would be a copy (a
 // count up and down, two atomic operations that cost more than the
 // conversion itself).
-internal::object_value_integer const& integer_record(Any const& value) noexcept {
-    return *static_cast<internal::object_value_integer const*>(value.get());
-}
-
 PyObject* integer_to_python(Any const& value) {
     make_shared_python_integers();
-    auto const& record = integer_record(value);
+    auto const& record = *static_cast<internal::object_value_integer const*>(value.get());
     if (record.is_unsigned) return PyLong_FromUnsignedLongLong(record.bits);
     return PyLong_FromLongLong(static_cast<std::int64_t>(record.bits));
 }
@@ -40,10 +36,8 @@ PyObject* integer_to_python(Any const& value) {
 // A small host integer is one of Python's shared ones, handed out without
 // the interpreter lock; null for every other value.
 PyObject* shared_integer_of(Any const& value) noexcept {
-    if (value.kind() != Kind::Integer) return nullptr;
-    auto const& record = integer_record(value);
-    if (record.is_unsigned && record.bits > shared_python_integer_max) return nullptr;
-    return shared_python_integer(static_cast<std::int64_t>(record.bits));
+    std::int64_t v = 0;
+    return internal::signed_in_place(value, v) ? shared_python_integer(v) : nullptr;
 }
 
 PyObject* float_to_python(Any const& value) {

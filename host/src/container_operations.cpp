@@ -261,15 +261,8 @@ namespace {
 // signed bits as its value, touching no count. Called under the owner's lock
 // with an empty `item`, so that nothing is released there.
 void read_in_place(Any const& stored, ItemRead& item) noexcept {
-    if (stored.kind() == Kind::Integer) {
-        auto const& integer = static_cast<object_value_integer const&>(*stored.get());
-        if (!integer.is_unsigned || integer.bits <= static_cast<std::uint64_t>(INT64_MAX)) {
-            item.integer = static_cast<std::int64_t>(integer.bits);
-            item.isInteger = true;
-            return;
-        }
-    }
-    item.value = stored;
+    item.isInteger = signed_in_place(stored, item.integer);
+    if (!item.isInteger) item.value = stored;
 }
 
 void clear(ItemRead& item) noexcept {

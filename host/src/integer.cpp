@@ -46,17 +46,11 @@ Any box_integer_slow(std::int64_t v) {
 }
 
 namespace {
-object_value_integer const* integer_of(Any const& v) noexcept {
-    return static_cast<object_value_integer const*>(v.get());
-}
-
 // The value of an Integer (after unwrapping) as a signed 64-bit value, when it fits.
 std::optional<std::int64_t> signed_value(Any const& value) {
-    Any v = checked_cast<Integer>(value);
-    if (!v.hasValue()) return std::nullopt;
-    auto* record = integer_of(v);
-    if (record->is_unsigned && record->bits > static_cast<std::uint64_t>(INT64_MAX)) return std::nullopt;
-    return static_cast<std::int64_t>(record->bits);
+    std::int64_t out = 0;
+    if (!signed_in_place(checked_cast<Integer>(value), out)) return std::nullopt;
+    return out;
 }
 } // namespace
 

@@ -42,6 +42,16 @@ TESK_API extern std::atomic<object_value const* const*> small_integer_boxes;
 // Boxes any value (making the shared boxes on first use).
 TESK_API Any box_integer_slow(std::int64_t v);
 
+// The value of `v` when it is an Integer that fits 64 signed bits, read in
+// place: no copy of the handle, no count changed.
+inline bool signed_in_place(Any const& v, std::int64_t& out) noexcept {
+    if (v.kind() != Kind::Integer) return false;
+    auto const& record = *static_cast<object_value_integer const*>(v.get());
+    if (record.is_unsigned && record.bits > static_cast<std::uint64_t>(INT64_MAX)) return false;
+    out = static_cast<std::int64_t>(record.bits);
+    return true;
+}
+
 inline Any box_integer(std::int64_t v) {
     if (v >= small_integer_min && v <= small_integer_max) {
         if (object_value const* const* boxes = small_integer_boxes.load(std::memory_order_acquire))
