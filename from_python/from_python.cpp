@@ -93,14 +93,10 @@ bool held_python_object(Any const& value, PyObject*& held) {
 // an Error; any other failure raises the Error it gave. An exception object
 // or a wrapped host Error is a value, not a failure.
 bool convert_value(PyObject* object, Any& out) {
-    if (std::int64_t v; object && compact_python_integer(object, v)) {
-        out = Integer(v);
-        return true;
-    }
     if (object && Py_IS_TYPE(object, &PyLong_Type)) {
-        long long v = PyLong_AsLongLong(object);
-        if (v == -1 && PyErr_Occurred()) return false;
-        out = Integer(static_cast<std::int64_t>(v));
+        std::int64_t v = 0;
+        if (!python_integer_value(object, v)) return false;
+        out = Integer(v);
         return true;
     }
     if (object && Py_IS_TYPE(object, &PyUnicode_Type)) {

@@ -32,11 +32,9 @@ Any float_from_python(PyObject* number) {
 }
 
 Any integer_from_python(PyObject* integer) {
-    if (std::int64_t compact; compact_python_integer(integer, compact)) return Integer(compact);
-    long long v = PyLong_AsLongLong(integer);
+    if (std::int64_t v; python_integer_value(integer, v)) return Integer(v);
     // Out of the int64 range: the host gets the OverflowError Python raised.
-    if (v == -1 && PyErr_Occurred()) return take_python_error(Error(String("Unable to convert Python integer to int64.")));
-    return Integer(static_cast<std::int64_t>(v));
+    return take_python_error(Error(String("Unable to convert Python integer to int64.")));
 }
 
 Any number_from_python(PyObject* number) {

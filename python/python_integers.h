@@ -47,4 +47,15 @@ inline bool compact_python_integer(PyObject* object, std::int64_t& value) noexce
     return true;
 }
 
+// The value of any Python int as 64 signed bits: in place when it is compact;
+// false with Python's OverflowError pending when it does not fit. With the
+// interpreter lock held.
+inline bool python_integer_value(PyObject* integer, std::int64_t& value) noexcept {
+    if (compact_python_integer(integer, value)) return true;
+    long long wide = PyLong_AsLongLong(integer);
+    if (wide == -1 && PyErr_Occurred()) return false;
+    value = wide;
+    return true;
+}
+
 } // namespace tesk::cpython
