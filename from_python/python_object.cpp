@@ -4,6 +4,16 @@
 // (an Integer that owns one strong reference) and, when it was made inside a
 // sandboxed evaluation, that sandbox's level in `_sandbox`. Both are read and
 // written under the instance's own lock.
+//
+// The class makes its instances as python_object_records (its instance
+// factory, inherited by the classes derived from it): beside the fields, the
+// record keeps the object and the sandbox in words of its own, which every
+// call through a proxy reads without the instance lock or a field lookup.
+// The words are written only by set_pyobj and the finaliser, both of which
+// write the fields as well, so the two always agree; host code that writes
+// `_pyobj` by hand changes what the field shows, not what the proxy holds.
+// Instances made by another factory (a class derived from a second base that
+// has one) keep the object in the fields alone.
 #include "from_python/python_object.h"
 
 #include "from_python/field_positions.h"
@@ -41,6 +51,12 @@ std::optional<sandbox_level> sandbox_of_code(std::int64_t code) {
 // so "is it a CPythonObject?" needs no class build.
 std::atomic<internal::object_value_class const*> class_record{nullptr};
 
+internal::object_value* make_record(internal::object_value_class const* cls) {
+    return new python_object_record(cls);
+}
+
+python_object_record* record_of(Any const& value) noexcept { return python_object_record::of(value); }
+
 void finalise(Any const& instance);
 
 void fill_class(class_builder_base& builder) {
@@ -50,7 +66,7 @@ void fill_class(class_builder_base& builder) {
         // Our __method__ searches the class chain first anyway; the host may
         // do that search itself and skip the call for declared methods.
         .entry(entry_tag::flag, {String(declared_methods_first_flag)});
-    declare_python_object_finaliser(builder);
+    declare_python_object_instances(builder);
     add_python_object_members(builder);
     builder.entry(entry_tag::fields, {field_builder_base(pyobj_field).type(Integer::getClass()).entry(),
                                       field_builder_base(sandbox_field).type(Integer::getClass()).entry()});
@@ -142,6 +158,9 @@ struct held_state {
 held_state read_held(Any const& value) {
     Any resolvedValue; // only when it needs resolving: a copy costs two atomic operations
     Any const& target = needs_resolving(value) ? (resolvedValue = resolved(value)) : value;
+    if (python_object_record const* record = record_of(target))
+        return {PyObjectPtr::borrow(record->object.load(std::memory_order_relaxed)),
+                record->sandbox.load(std::memory_order_relaxed)};
     pyobj_slot slot = slot_of(target);
     if (!slot) return {};
     held_state held;
@@ -166,8 +185,13 @@ void finalise(Any const& instance) {
     if (!slot) return;
     // Taken out rather than read, so the reference is dropped exactly once.
     PyObject* object = address_of(exchange_field(slot, slot.object, Any()));
-    if (!object) return;
     std::optional<sandbox_level> sandbox = sandbox_of(exchange_field(slot, slot.sandbox, Any()));
+    if (python_object_record* record = record_of(instance)) {
+        // The words own the reference; the field only showed its address.
+        object = record->object.exchange(nullptr, std::memory_order_relaxed);
+        sandbox = sandbox_of_code(record->sandbox.exchange(0, std::memory_order_relaxed));
+    }
+    if (!object) return;
     gil_guard gil;
     // The last reference may run the object's __del__: under the sandbox the
     // object was made in.
@@ -178,8 +202,10 @@ void finalise(Any const& instance) {
 
 } // namespace
 
-void declare_python_object_finaliser(class_builder_base& builder) {
-    builder.entry(entry_tag::instance_callback, {make_closure(&finalise)});
+void declare_python_object_instances(class_builder_base& builder) {
+    constexpr auto use_records = [](Class_Generic const& cls) { set_instance_factory_unsafe(cls, &make_record); };
+    builder.entry(entry_tag::instance_callback, {make_closure(&finalise)})
+        .entry(entry_tag::class_callback, {make_closure(+use_records)});
 }
 
 Class_Generic cpython_object_class() {
@@ -189,7 +215,10 @@ Class_Generic cpython_object_class() {
     return cls;
 }
 
-bool is_python_object(Any const& value) { return static_cast<bool>(slot_of(resolved(value))); }
+bool is_python_object(Any const& value) {
+    if (record_of(value)) return true;
+    return static_cast<bool>(slot_of(resolved(value)));
+}
 
 PyObjectPtr get_pyobj(Any const& value) { return read_held(value).object; }
 
@@ -200,6 +229,12 @@ void set_pyobj(Any const& value, PyObject* object) {
     Any target = resolved(value);
     pyobj_slot slot = slot_of(target);
     if (!slot) return;
+    if (python_object_record* record = record_of(target)) {
+        // The word owns the reference; the field shows the address.
+        (void)exchange_field(slot, slot.object, field_of(owned.get()));
+        PyObjectPtr::steal(record->object.exchange(owned.release(), std::memory_order_relaxed)).reset();
+        return;
+    }
     Any previous = exchange_field(slot, slot.object, field_of(owned.release()));
     // The previous holder of the field (or, when the field was missing, our own
     // new reference) is dropped after the instance lock is released.
@@ -213,16 +248,22 @@ Any make_python_object(Class_Generic const& cls, PyObject* object) {
     Any instance = cls.allocateInstance();
     if (instance.isError()) return instance;
     if (sandbox_active) {
-        if (pyobj_slot slot = slot_of(instance))
-            (void)exchange_field(slot, slot.sandbox, Integer(sandbox_code(active_sandbox_level)));
+        std::int64_t const code = sandbox_code(active_sandbox_level);
+        if (pyobj_slot slot = slot_of(instance)) (void)exchange_field(slot, slot.sandbox, Integer(code));
+        if (python_object_record* record = record_of(instance))
+            record->sandbox.store(static_cast<std::int8_t>(code), std::memory_order_relaxed);
     }
     set_pyobj(instance, object);
     return instance;
 }
 
-python_object_scope::python_object_scope(Any const& proxy) {
+void python_object_scope::enter_sandbox(std::int64_t code) {
+    if (std::optional<sandbox_level> level = sandbox_of_code(code)) sandbox_.emplace(*level);
+}
+
+void python_object_scope::open_without_record(Any const& proxy) {
     held_state held = read_held(proxy);
-    if (std::optional<sandbox_level> level = sandbox_of_code(held.sandbox)) sandbox_.emplace(*level);
+    enter_sandbox(held.sandbox);
     object_ = std::move(held.object);
 }
 

@@ -7,18 +7,44 @@
 
 #include <tesk/tesk.h>
 
+#include <atomic>
+#include <cstdint>
 #include <optional>
 #include <span>
+#include <typeinfo>
 
 namespace tesk::cpython {
 
 // The class, built on first use.
 Class_Generic cpython_object_class();
 
-// Declares the finaliser that drops the held Python object. The host does not
-// inherit finalisers, so every class derived from CPythonObject declares it
-// as well; without it, its instances would keep their objects forever.
-void declare_python_object_finaliser(class_builder_base& builder);
+// Declares how the class's instances hold their Python object: made as the
+// records that keep it in a word of their own (the instance factory), and
+// finalised by dropping it. The host does not inherit finalisers, so every
+// class derived from CPythonObject declares this as well; without it, its
+// instances would keep their objects forever.
+void declare_python_object_instances(class_builder_base& builder);
+
+// The instance record of CPythonObject and of the classes that inherit its
+// instance factory: the held object and the sandbox of a proxy in words of
+// its own, beside the fields `_pyobj` and `_sandbox` that show them to host
+// code. The words are read and written under the interpreter lock only,
+// except by the finaliser, which runs when no other reference is left.
+struct python_object_record final : internal::object_value_instance {
+    using object_value_instance::object_value_instance;
+    std::atomic<PyObject*> object{nullptr}; // one strong reference
+    std::atomic<std::int8_t> sandbox{0};    // 0: made outside any sandbox
+
+    // The record behind `value`, when `value` is one: a type check of the
+    // object, cheaper than any lookup in its class.
+    static python_object_record* of(Any const& value) noexcept {
+        if (value.kind() != Kind::Instance) return nullptr;
+        internal::object_value const& object = *value.get();
+        if (typeid(object) != typeid(python_object_record)) return nullptr;
+        // Instances are made mutable objects; the handle only sees them as const.
+        return const_cast<python_object_record*>(static_cast<python_object_record const*>(&object));
+    }
+};
 
 // Whether `value` is a CPythonObject (or of a class derived from it).
 bool is_python_object(Any const& value);
@@ -40,7 +66,16 @@ Any make_python_object(Class_Generic const& cls, PyObject* object);
 // scope. Every call into Python through a proxy goes through one.
 class python_object_scope {
 public:
-    explicit python_object_scope(Any const& proxy);
+    // Inline for the records, which every hot call through a proxy meets.
+    explicit python_object_scope(Any const& proxy) {
+        python_object_record const* record = python_object_record::of(proxy);
+        if (!record) {
+            open_without_record(proxy);
+            return;
+        }
+        if (std::int8_t code = record->sandbox.load(std::memory_order_relaxed)) enter_sandbox(code);
+        object_ = PyObjectPtr::borrow(record->object.load(std::memory_order_relaxed));
+    }
     // The object is dropped here, under the lock the scope holds already.
     ~python_object_scope() { Py_XDECREF(object_.release()); }
     python_object_scope(python_object_scope const&) = delete;
@@ -51,6 +86,9 @@ public:
     explicit operator bool() const noexcept { return static_cast<bool>(object_); }
 
 private:
+    void enter_sandbox(std::int64_t code);
+    void open_without_record(Any const& proxy);
+
     // Declared in this order so that the object is dropped inside the
     // sandbox and under the lock.
     gil_guard gil_;

@@ -10,10 +10,12 @@ Result<None> forward_dropping_value(Any const& proxy, char const* name, std::ini
     return forwarded_none(call_method(proxy, name, std::span<Any const>(args.begin(), args.size())));
 }
 
-Any python_result(PyObjectPtr const& result) {
+Any python_result(PyObjectPtr&& result) {
     // An exception that is no Error (SystemExit, say) still fails the call.
     if (!result) return take_python_error(Error::unknown());
-    return from_python_locked(result.get());
+    Any converted = from_python_locked(result.get());
+    result.reset_locked();
+    return converted;
 }
 
 Any new_proxy(Class_Generic const& cls, PyObject* object) { return make_python_object(cls, object); }

@@ -28,10 +28,10 @@ inline Result<None> forwarded_none(Any const& result) {
 // keeps only its error.
 Result<None> forward_dropping_value(Any const& proxy, char const* name, std::initializer_list<Any> args = {});
 
-// The result of a direct call into Python (a new reference or null) as a host
-// value: the converted object, or the pending Python error, taken. The caller
-// holds the interpreter lock.
-Any python_result(PyObjectPtr const& result);
+// The result of a direct call into Python (a new reference or null, dropped
+// here) as a host value: the converted object, or the pending Python error,
+// taken. The caller holds the interpreter lock.
+Any python_result(PyObjectPtr&& result);
 
 // A new instance of the proxy class `cls` holding `object` (borrowed). The
 // caller holds the interpreter lock.

@@ -129,10 +129,8 @@ void fill_class(class_builder_base& builder) {
         .module(String("tesk.cpython"))
         .doc(String("Invokable wrapper around of a Python function."))
         .entry(entry_tag::option, {Integer(10)})
-        // A class's finaliser runs for its own instances only: the base's
-        // releases the Python object of ours too.
-        .entry(entry_tag::instance_callback, {base.record()->finalizer()})
         .entry(entry_tag::class_callback, {make_closure(&set_up_class)});
+    declare_python_object_instances(builder);
 
     builder.method(method_builder_base(Any::$__isSame__).assign_func(make_closure(&same_function)).signature("self, other").build());
     builder.entry(entry_tag::interface_methods,

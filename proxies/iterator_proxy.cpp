@@ -16,7 +16,7 @@ Any next(Any const& self) {
         // PyIter_Next needs a __next__ slot to call.
         if (!PyIter_Check(object)) return error_method_not_found(String("__next__"), self);
         PyObjectPtr item = PyObjectPtr::steal(PyIter_Next(object));
-        if (item) return from_python_locked(item.get());
+        if (item) return python_result(std::move(item));
         if (PyErr_Occurred()) return take_python_error(Error::unknown());
         return StopIteration();
     });

@@ -6,7 +6,7 @@ namespace tesk::cpython {
 
 void declare_proxy_class(class_builder_base& builder, Class_Generic const& interface, Class_Generic const& base) {
     builder.bases({interface, base}).entry(entry_tag::option, {Integer(10)});
-    declare_python_object_finaliser(builder);
+    declare_python_object_instances(builder);
 }
 
 I_Callable_Generic proxy_method(String const& name, I_Callable_Generic const& function, char const* parameters,

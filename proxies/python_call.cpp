@@ -1,7 +1,7 @@
 #include "proxies/python_call.h"
 
 #include "from_python/errors.h"
-#include "from_python/from_python.h"
+#include "proxies/forwarding.h"
 #include "to_python/to_python.h"
 
 #include <array>
@@ -61,10 +61,7 @@ private:
 Any call_with_host_arguments(PyObject* callable, std::span<Any const> args) {
     vectorcall_arguments arguments(args.size());
     if (Union<None, Error> failure = arguments.convert(args); failure.isError()) return failure;
-    PyObjectPtr result = arguments.call(callable);
-    // An exception that is no Error (SystemExit, say) still fails the call.
-    if (!result) return take_python_error(Error::unknown());
-    return from_python_locked(result.get());
+    return python_result(arguments.call(callable));
 }
 
 } // namespace tesk::cpython

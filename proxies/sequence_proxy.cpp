@@ -28,7 +28,8 @@ PyObjectPtr item_at(PyObject* object, std::int64_t index) {
 
 Result<Any> at(Any const& self, std::int64_t index) {
     return Result<Any>(with_python_object(self, [&](PyObject* object) -> Any {
-        if (!has_subscript(object)) return error_method_not_found(String("__getitem__"), self);
+        if (!PyList_CheckExact(object) && !PyTuple_CheckExact(object) && !has_subscript(object))
+            return error_method_not_found(String("__getitem__"), self);
         return python_result(item_at(object, index));
     }));
 }

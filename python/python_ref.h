@@ -91,6 +91,13 @@ public:
             Py_DecRef(p);
         }
     }
+    // Drops the reference where the caller is known to hold the interpreter
+    // lock: without the guard's look at the thread state, which costs as much
+    // as converting a small value.
+    void reset_locked() noexcept {
+        assert_lock_held(p_);
+        Py_XDECREF(std::exchange(p_, nullptr));
+    }
     // Hands the reference back out to the caller.
     [[nodiscard]] PyObject* release() noexcept { return std::exchange(p_, nullptr); }
     PyObject* get() const noexcept { return p_; }

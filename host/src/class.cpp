@@ -254,8 +254,8 @@ Any object_value_instance::create(object_value_class const* cls) {
     instance_factory make = read_table(cls, [](class_table const& t) { return t.factory; });
     if (!make) make = make_plain_instance;
     // Error values are read as error records: a class that has the error
-    // trait but no factory of its own still makes them.
-    if ((cls->traits() & traits::error) != 0 && make == make_plain_instance) make = make_error_instance;
+    // trait makes them whatever factory it inherited from another parent.
+    if ((cls->traits() & traits::error) != 0) make = make_error_instance;
     return Any::adopt(make(cls));
 }
 

@@ -22,7 +22,9 @@ Error malformed(std::size_t index, char const* what) {
 // What the entries say beyond the record itself.
 struct class_plan {
     String module_name;
-    Any setup_callback;
+    // Every class callback runs, in entry order: the parts of a class's
+    // declaration (its base's, its own) may each bring one.
+    std::vector<Any> setup_callbacks;
 };
 
 bool add_parent(class_table& record, Any const& parent) {
@@ -115,7 +117,7 @@ Any apply_entry(class_table& record, class_plan& plan, std::size_t index, std::v
         return Any();
     case entry_tag::class_callback:
         if (n != 2 || !I_Callable_Generic::test(e[1])) return malformed(index, "the class callback is not callable");
-        plan.setup_callback = e[1];
+        plan.setup_callbacks.push_back(e[1]);
         return Any();
     default:
         return malformed(index, "unknown tag");
@@ -148,11 +150,11 @@ Result<Class_Generic> defclass_impl(List const& entries) {
             table->declaring_context = module;
             table->qualname = plan.module_name + String(".") + name;
         }
-        table->setup_callback = plan.setup_callback;
+        if (!plan.setup_callbacks.empty()) table->setup_callback = plan.setup_callbacks.back();
     }
-    if (plan.setup_callback.hasValue()) {
+    for (Any const& callback : plan.setup_callbacks) {
         Any const args[] = {cls};
-        Any r = I_Callable_Generic::unsafe(plan.setup_callback).invoke(args);
+        Any r = I_Callable_Generic::unsafe(callback).invoke(args);
         if (r.isError()) return r;
     }
 

@@ -128,6 +128,35 @@ TEST(ClassBuilder, MalformedEntriesGiveAnErrorAndPublishNothing) {
         EXPECT_FALSE(find_type(String(name)).has_value()) << name;
 }
 
+TEST(ClassBuilder, EveryClassCallbackRunsInEntryOrder) {
+    static std::vector<int> ran;
+    ran.clear();
+    auto first = internal::make_function_callable([](std::span<Any const>) -> Any { ran.push_back(1); return Any(); },
+                                                  Signature(Type::untyped(), {}));
+    auto second = internal::make_function_callable([](std::span<Any const>) -> Any { ran.push_back(2); return Any(); },
+                                                   Signature(Type::untyped(), {}));
+    auto built = class_builder_base(String("BuilderTwoCallbacks"))
+                     .entry(entry_tag::class_callback, {first})
+                     .entry(entry_tag::class_callback, {second})
+                     .build();
+    ASSERT_FALSE(built.isError()) << built.error().message().toUtf8();
+    EXPECT_EQ(ran, (std::vector<int>{1, 2}));
+    EXPECT_TRUE(built.as<Class_Generic>().record()->setup_callback().isSame(second));
+
+    // A failing one refuses the class; those after it do not run.
+    ran.clear();
+    auto fail = internal::make_function_callable([](std::span<Any const>) -> Any { return Error(String("no")); },
+                                                 Signature(Type::untyped(), {}));
+    auto refused = class_builder_base(String("BuilderSecondRefused"))
+                       .entry(entry_tag::class_callback, {first})
+                       .entry(entry_tag::class_callback, {fail})
+                       .entry(entry_tag::class_callback, {second})
+                       .build();
+    ASSERT_TRUE(refused.isError());
+    EXPECT_EQ(ran, (std::vector<int>{1}));
+    EXPECT_FALSE(find_type(String("BuilderSecondRefused")).has_value());
+}
+
 TEST(ClassBuilder, FailingClassCallbackRefusesTheClass) {
     auto fail = internal::make_function_callable([](std::span<Any const>) -> Any { return Error(String("no")); },
                                                  Signature(Type::untyped(), {}));

@@ -479,7 +479,7 @@ Any override_at(Any const&, std::int64_t index) { return String("override {}").a
 
 void fill_derived_sequence(class_builder_base& builder) {
     builder.bases({cpython_proxy_sequence_class()});
-    declare_python_object_finaliser(builder);
+    declare_python_object_instances(builder);
     builder.method(method_builder_base(String("at"))
                        .assign_func(make_closure(&override_at))
                        .signature(String("self, index"))

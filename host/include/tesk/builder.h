@@ -27,7 +27,7 @@ inline constexpr int interface_methods = 23;   // interface class, then decorate
 inline constexpr int module = 25;              // module_entry(name)
 inline constexpr int property = 27;            // one property_entry
 inline constexpr int interface_properties = 31; // interface class, then property_entry items
-inline constexpr int class_callback = 33;      // callable taking the class, run once it is built
+inline constexpr int class_callback = 33;      // callable taking the class, run once it is built; each one runs, in order
 } // namespace entry_tag
 
 // The flag (entry_tag::flag) of a class that overrides "__method__" but lets
