@@ -123,7 +123,7 @@ Any from_python(PyObject* object) {
     return convert(object);
 }
 
-Any from_python_locked(PyObject* object) {
+Any from_python_other_locked(PyObject* object) {
     if (!object || object == Py_None) return Any();
     return convert(object);
 }

@@ -1,21 +1,11 @@
 #include "proxies/forwarding.h"
 
-#include "from_python/errors.h"
-#include "from_python/from_python.h"
 #include "from_python/python_object.h"
 
 namespace tesk::cpython {
 
 Result<None> forward_dropping_value(Any const& proxy, char const* name, std::initializer_list<Any> args) {
     return forwarded_none(call_method(proxy, name, std::span<Any const>(args.begin(), args.size())));
-}
-
-Any python_result(PyObjectPtr&& result) {
-    // An exception that is no Error (SystemExit, say) still fails the call.
-    if (!result) return take_python_error(Error::unknown());
-    Any converted = from_python_locked(result.get());
-    result.reset_locked();
-    return converted;
 }
 
 Any new_proxy(Class_Generic const& cls, PyObject* object) { return make_python_object(cls, object); }

@@ -3,6 +3,8 @@
 // and new proxy instances.
 #pragma once
 
+#include "from_python/errors.h"
+#include "from_python/from_python.h"
 #include "python/python_ref.h"
 
 #include <tesk/tesk.h>
@@ -31,7 +33,13 @@ Result<None> forward_dropping_value(Any const& proxy, char const* name, std::ini
 // The result of a direct call into Python (a new reference or null, dropped
 // here) as a host value: the converted object, or the pending Python error,
 // taken. The caller holds the interpreter lock.
-Any python_result(PyObjectPtr&& result);
+inline Any python_result(PyObjectPtr&& result) {
+    // An exception that is no Error (SystemExit, say) still fails the call.
+    if (!result) return take_python_error(Error::unknown());
+    Any converted = from_python_locked(result.get());
+    result.reset_locked();
+    return converted;
+}
 
 // A new instance of the proxy class `cls` holding `object` (borrowed). The
 // caller holds the interpreter lock.

@@ -13,11 +13,15 @@ namespace {
 // (a later call asks Python again).
 Any next(Any const& self) {
     return with_python_object(self, [&](PyObject* object) -> Any {
-        // PyIter_Next needs a __next__ slot to call.
         if (!PyIter_Check(object)) return error_method_not_found(String("__next__"), self);
-        PyObjectPtr item = PyObjectPtr::steal(PyIter_Next(object));
+        // The __next__ slot itself, as PyIter_Next calls it: an exhausted
+        // iterator gives null with StopIteration raised or with nothing.
+        PyObjectPtr item = PyObjectPtr::steal(Py_TYPE(object)->tp_iternext(object));
         if (item) return python_result(std::move(item));
-        if (PyErr_Occurred()) return take_python_error(Error::unknown());
+        if (PyErr_Occurred()) {
+            if (!PyErr_ExceptionMatches(PyExc_StopIteration)) return take_python_error(Error::unknown());
+            PyErr_Clear();
+        }
         return StopIteration();
     });
 }

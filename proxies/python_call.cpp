@@ -29,15 +29,18 @@ public:
     vectorcall_arguments& operator=(vectorcall_arguments const&) = delete;
 
     // Converts the arguments in order; the first that has no Python form
-    // stops it and gives its error.
-    Union<None, Error> convert(std::span<Any const> args) {
+    // stops it, with its error in `failure`.
+    bool convert(std::span<Any const> args, Any& failure) {
         PyObject** items = slots() + 1;
         for (; converted_ < count_; ++converted_) {
             PyObject* item = to_python_locked(args[converted_]);
-            if (!item) return argument_conversion_error(args[converted_]);
+            if (!item) {
+                failure = argument_conversion_error(args[converted_]);
+                return false;
+            }
             items[converted_] = item;
         }
-        return {};
+        return true;
     }
 
     PyObjectPtr call(PyObject* callable) {
@@ -60,7 +63,7 @@ private:
 
 Any call_with_host_arguments(PyObject* callable, std::span<Any const> args) {
     vectorcall_arguments arguments(args.size());
-    if (Union<None, Error> failure = arguments.convert(args); failure.isError()) return failure;
+    if (Any failure; !arguments.convert(args, failure)) return failure;
     return python_result(arguments.call(callable));
 }
 

@@ -207,9 +207,8 @@ PyObject* to_python(Any const& value) {
     return convert(value);
 }
 
-PyObject* to_python_locked(Any const& value) {
+PyObject* to_python_other_locked(Any const& value) {
     if (!value.get()) return Py_NewRef(Py_None);
-    if (PyObject* shared = shared_integer_of(value)) return shared;
     return convert(value);
 }
 

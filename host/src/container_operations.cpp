@@ -34,7 +34,6 @@ std::vector<Any> items_of(Any const& seq) {
 
 } // namespace
 
-bool is_native_sequence(Any const& v) noexcept { return List::test(v) || Tuple::test(v); }
 
 std::size_t sequence_length(Any const& seq) {
     return List::test(seq) ? List::unsafe(seq).size() : Tuple::unsafe(seq).size();
@@ -237,7 +236,6 @@ Any make_iterator(Any const& container) {
     return Any::adopt(new object_value_iterator(Any(), std::move(snapshot)));
 }
 
-namespace {
 // The built-in classes are made once for the process: the iterator's record
 // is looked up once, not on every step of a loop (but not kept while the
 // built-in classes are still being made, when it may not exist yet).
@@ -249,11 +247,7 @@ object_value_class const* iterator_class() noexcept {
     known.store(cls, std::memory_order_relaxed);
     return cls;
 }
-} // namespace
 
-bool is_native_iterator(Any const& v) noexcept {
-    return v.kind() == Kind::Instance && v.get()->class_value() == iterator_class();
-}
 
 namespace {
 

@@ -10,8 +10,9 @@
 
 namespace tesk::internal {
 
-// List or Tuple.
-bool is_native_sequence(Any const& v) noexcept;
+// List or Tuple. Inline, as the other tests of the interfaces' fast paths:
+// every interface call makes them.
+inline bool is_native_sequence(Any const& v) noexcept { return List::test(v) || Tuple::test(v); }
 Any sequence_at(Any const& seq, std::int64_t index);                   // item or Error
 Any sequence_at_or(Any const& seq, std::int64_t index, Any const& fallback);
 std::int64_t sequence_index_of(Any const& seq, Any const& value, std::int64_t from); // -1 when absent
@@ -39,7 +40,11 @@ void set_clear(HashSet const& set);
 bool native_contains(Any const& container, Any const& value);
 // An iterator over a built-in container (a map gives its keys), or an Error.
 Any make_iterator(Any const& container);
-bool is_native_iterator(Any const& v) noexcept;
+// The class of the built-in containers' iterators, looked up once.
+object_value_class const* iterator_class() noexcept;
+inline bool is_native_iterator(Any const& v) noexcept {
+    return v.kind() == Kind::Instance && v.get()->class_value() == iterator_class();
+}
 Any iterator_next(Any const& iterator); // the next item or StopIteration
 // The next item of a native iterator into `item`; false at the end.
 bool iterator_advance(Any const& iterator, Any& item);

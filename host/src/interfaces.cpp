@@ -20,7 +20,7 @@ bool implements(Any const& v, builtin iface) noexcept {
 // The native answers of the class of `v` (set_native_operations_unsafe),
 // when they may stand for its members: `v` is an instance of the class that
 // declared them and has no members of its own, which would be found first.
-internal::native_operations const* native_of(Any const& v) noexcept {
+[[gnu::always_inline]] inline internal::native_operations const* native_of(Any const& v) noexcept {
     if (v.kind() != Kind::Instance) return nullptr;
     internal::native_operations const* ops = v.get()->class_value()->native();
     return ops && !v.get()->own() ? ops : nullptr;
