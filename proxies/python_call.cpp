@@ -44,8 +44,15 @@ public:
     }
 
     PyObjectPtr call(PyObject* callable) {
-        return PyObjectPtr::steal(
-            PyObject_Vectorcall(callable, slots() + 1, count_ | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr));
+        PyObject* const* args = slots() + 1;
+        std::size_t const nargsf = count_ | PY_VECTORCALL_ARGUMENTS_OFFSET;
+        // A Python function's own entry point, without the thread-state
+        // lookup and the result check that PyObject_Vectorcall adds: the
+        // interpreter's functions always give a result or raise.
+        if (PyFunction_Check(callable))
+            if (vectorcallfunc entry = PyVectorcall_Function(callable))
+                return PyObjectPtr::steal(entry(callable, args, nargsf, nullptr));
+        return PyObjectPtr::steal(PyObject_Vectorcall(callable, args, nargsf, nullptr));
     }
 
 private:

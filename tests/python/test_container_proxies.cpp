@@ -421,6 +421,40 @@ TEST_F(ContainerProxies, AGeneratorThatRaisesGivesItsError) {
     EXPECT_TRUE(StopIteration::test(iterator.next())); // a finished generator
 }
 
+TEST_F(ContainerProxies, EveryWayAnIteratorEndsIsTheEnd) {
+    // A class's __next__ raises StopIteration itself (with a value, or a
+    // subclass of it); a C iterator just stops. Each is the host's end, and
+    // no Python error stays behind; any other exception is an error.
+    run("class Counting:\n"
+        "    def __init__(self, stop, ending):\n"
+        "        self.n, self.stop, self.ending = 0, stop, ending\n"
+        "    def __iter__(self):\n"
+        "        return self\n"
+        "    def __next__(self):\n"
+        "        self.n += 1\n"
+        "        if self.n > self.stop:\n"
+        "            raise self.ending\n"
+        "        return self.n\n"
+        "class Finished(StopIteration): pass\n"
+        "with_value = Counting(2, StopIteration('a value'))\n"
+        "subclass = Counting(1, Finished())\n"
+        "failing = Counting(1, LookupError('not stopped'))\n"
+        "builtin = iter(range(2))");
+    for (char const* name : {"with_value", "subclass", "builtin"}) {
+        Any end;
+        std::vector<Any> items = drain(I_Iterable_Generic::unsafe(proxy(name)).iter().as<I_Iterator_Generic>(), end);
+        EXPECT_FALSE(items.empty()) << name;
+        EXPECT_TRUE(StopIteration::test(end)) << name << ": " << display(end).toUtf8();
+        EXPECT_EQ(PyErr_Occurred(), nullptr) << name;
+    }
+    I_Iterator_Generic failing = I_Iterable_Generic::unsafe(proxy("failing")).iter().as<I_Iterator_Generic>();
+    EXPECT_EQ(int_of(failing.next()), 1);
+    Any failed = failing.next();
+    EXPECT_FALSE(StopIteration::test(failed));
+    EXPECT_EQ(message_of(failed), "not stopped");
+    EXPECT_EQ(PyErr_Occurred(), nullptr);
+}
+
 TEST_F(ContainerProxies, IterableContainsAsksContainsAndNeverIterates) {
     run("g = (x for x in [1, 2])\nf = frozenset({1, 2})");
     Any generator = proxy("g");

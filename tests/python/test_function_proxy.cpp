@@ -312,6 +312,7 @@ TEST_F(FunctionProxy, ARaisingFunctionGivesItsError) {
     run("def fail(x):\n    raise ValueError('bad value: %d' % x)");
     Any failed = I_Callable_Generic::unsafe(host("fail"))({Integer(7)});
     EXPECT_EQ(message_of(failed), "bad value: 7");
+    EXPECT_EQ(PyErr_Occurred(), nullptr);
     Any arity = I_Callable_Generic::unsafe(host("fail"))({});
     EXPECT_NE(message_of(arity).find("missing 1 required positional argument"), std::string::npos)
         << message_of(arity);

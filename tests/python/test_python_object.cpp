@@ -84,6 +84,48 @@ TEST_F(PythonObject, TheHeldObjectIsFoundAfterAFieldMovesIt) {
     EXPECT_TRUE(later.fieldValue(String("moved_by")).isNone());
 }
 
+TEST_F(PythonObject, AFieldWrittenByHandNeitherReplacesNorLosesTheObject) {
+    // The proxy's own record owns the reference; `_pyobj` shows its address
+    // to host code, and a value written there by hand takes no reference.
+    PyObjectPtr object = eval("object()");
+    Py_ssize_t references = Py_REFCNT(object.get());
+    {
+        Any proxy = from_python(object.get());
+        for (Any written : {Any(), Any(Integer(1)), Any(String("not an integer"))}) {
+            // The field is typed: the text is refused, the others stored.
+            EXPECT_EQ(proxy.setFieldValue(String("_pyobj"), written).isError(), String::test(written));
+            EXPECT_EQ(get_pyobj(proxy).get(), object.get()) << display(written).toUtf8();
+            EXPECT_EQ(Py_REFCNT(object.get()), references + 1);
+        }
+        EXPECT_EQ(to_python_ref(proxy).get(), object.get());
+        // set_pyobj writes both again.
+        set_pyobj(proxy, object.get());
+        EXPECT_EQ(Integer::unsafe(proxy.fieldValue(String("_pyobj"))).value(),
+                  reinterpret_cast<std::intptr_t>(object.get()));
+    }
+    EXPECT_EQ(Py_REFCNT(object.get()), references);
+}
+
+TEST_F(PythonObject, ADerivedClassWithTheErrorTraitMakesErrorsNotProxies) {
+    // Its first base is CPythonObject, whose records hold Python objects,
+    // but its instances are read as errors, so they are error records, which
+    // hold no Python object: the object is neither kept nor leaked.
+    Result<Class_Generic> built = class_builder_base(String("CPythonObjectTestFailure"))
+                                      .bases({cpython_object_class(), Error::getClass()})
+                                      .build();
+    ASSERT_TRUE(built.is<Class_Generic>()) << message_of(built);
+    PyObjectPtr object = eval("object()");
+    Py_ssize_t references = Py_REFCNT(object.get());
+    {
+        Any instance = make_python_object(built.as<Class_Generic>(), object.get());
+        ASSERT_TRUE(Error::test(instance));
+        EXPECT_TRUE(Error::unsafe(instance).message().isEmpty());
+        EXPECT_EQ(get_pyobj(instance).get(), nullptr);
+        EXPECT_EQ(Py_REFCNT(object.get()), references);
+    }
+    EXPECT_EQ(Py_REFCNT(object.get()), references);
+}
+
 TEST_F(PythonObject, ConversionsLeakNoHostObjects) {
     PyObjectPtr list = eval("[1, 2, 3]");
     from_python(list.get()); // first use builds what lives for the process
