@@ -66,7 +66,11 @@
 //   `_sandbox` fields. Read together (with a reference taken) and swapped
 //   under it; the old value is dropped after it (rule 2), inside the sandbox
 //   the proxy carries. Taken under the interpreter lock when a reference is
-//   taken.
+//   taken. The instances that CPythonObject's factory makes also keep the
+//   object and the sandbox in words of their own (python_object_record),
+//   which the interpreter lock alone guards: set_pyobj writes them with it
+//   held, and the finaliser, which runs when no other reference is left,
+//   takes them out; every call through a proxy reads them, with it held.
 // - Host classes of Python types (from_python/python_type_class.cpp,
 //   type_class_cache; a spinlock): Python types to the classes made for them.
 //   Taken under the interpreter lock for the lookup and for the insertion
