@@ -36,11 +36,14 @@ struct python_object_record final : internal::object_value_instance {
     std::atomic<std::int8_t> sandbox{0};    // 0: made outside any sandbox
 
     // The record behind `value`, when `value` is one: a type check of the
-    // object, cheaper than any lookup in its class.
+    // object, cheaper than any lookup in its class. The type's identity is
+    // its one type_info object: the records are made in this library only,
+    // so their vtables name the same one (another copy elsewhere could only
+    // make a record look like none, which the fields' path still serves).
     static python_object_record* of(Any const& value) noexcept {
         if (value.kind() != Kind::Instance) return nullptr;
         internal::object_value const& object = *value.get();
-        if (typeid(object) != typeid(python_object_record)) return nullptr;
+        if (&typeid(object) != &typeid(python_object_record)) return nullptr;
         // Instances are made mutable objects; the handle only sees them as const.
         return const_cast<python_object_record*>(static_cast<python_object_record const*>(&object));
     }
