@@ -55,8 +55,6 @@ internal::object_value* make_record(internal::object_value_class const* cls) {
     return new python_object_record(cls);
 }
 
-python_object_record* record_of(Any const& value) noexcept { return python_object_record::of(value); }
-
 void finalise(Any const& instance);
 
 void fill_class(class_builder_base& builder) {
@@ -158,7 +156,7 @@ struct held_state {
 held_state read_held(Any const& value) {
     Any resolvedValue; // only when it needs resolving: a copy costs two atomic operations
     Any const& target = needs_resolving(value) ? (resolvedValue = resolved(value)) : value;
-    if (python_object_record const* record = record_of(target))
+    if (python_object_record const* record = python_object_record::of(target))
         return {PyObjectPtr::borrow(record->object.load(std::memory_order_relaxed)),
                 record->sandbox.load(std::memory_order_relaxed)};
     pyobj_slot slot = slot_of(target);
@@ -181,15 +179,17 @@ Any exchange_field(pyobj_slot const& slot, std::size_t index, Any value) {
 }
 
 void finalise(Any const& instance) {
-    pyobj_slot slot = slot_of(instance);
-    if (!slot) return;
     // Taken out rather than read, so the reference is dropped exactly once.
-    PyObject* object = address_of(exchange_field(slot, slot.object, Any()));
-    std::optional<sandbox_level> sandbox = sandbox_of(exchange_field(slot, slot.sandbox, Any()));
-    if (python_object_record* record = record_of(instance)) {
-        // The words own the reference; the field only showed its address.
+    PyObject* object = nullptr;
+    std::optional<sandbox_level> sandbox;
+    if (python_object_record* record = python_object_record::of(instance)) {
+        // The words own the reference; the fields only show it, and go with
+        // the instance.
         object = record->object.exchange(nullptr, std::memory_order_relaxed);
         sandbox = sandbox_of_code(record->sandbox.exchange(0, std::memory_order_relaxed));
+    } else if (pyobj_slot slot = slot_of(instance)) {
+        object = address_of(exchange_field(slot, slot.object, Any()));
+        sandbox = sandbox_of(exchange_field(slot, slot.sandbox, Any()));
     }
     if (!object) return;
     gil_guard gil;
@@ -216,7 +216,7 @@ Class_Generic cpython_object_class() {
 }
 
 bool is_python_object(Any const& value) {
-    if (record_of(value)) return true;
+    if (python_object_record::of(value)) return true;
     return static_cast<bool>(slot_of(resolved(value)));
 }
 
@@ -229,7 +229,7 @@ void set_pyobj(Any const& value, PyObject* object) {
     Any target = resolved(value);
     pyobj_slot slot = slot_of(target);
     if (!slot) return;
-    if (python_object_record* record = record_of(target)) {
+    if (python_object_record* record = python_object_record::of(target)) {
         // The word owns the reference; the field shows the address.
         (void)exchange_field(slot, slot.object, field_of(owned.get()));
         PyObjectPtr::steal(record->object.exchange(owned.release(), std::memory_order_relaxed)).reset();
@@ -250,7 +250,7 @@ Any make_python_object(Class_Generic const& cls, PyObject* object) {
     if (sandbox_active) {
         std::int64_t const code = sandbox_code(active_sandbox_level);
         if (pyobj_slot slot = slot_of(instance)) (void)exchange_field(slot, slot.sandbox, Integer(code));
-        if (python_object_record* record = record_of(instance))
+        if (python_object_record* record = python_object_record::of(instance))
             record->sandbox.store(static_cast<std::int8_t>(code), std::memory_order_relaxed);
     }
     set_pyobj(instance, object);
